@@ -1,0 +1,49 @@
+# Tier 1: unit tests, one binary; tier 2: scenarios through vmdctl-sim;
+# tier 3: the Windows builds under Wine (when VMDCTL_WIN_BUILD_DIR is set).
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+file(GLOB_RECURSE UNIT_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/*_test.cpp)
+add_executable(vmdctl_unit_tests ${UNIT_TEST_SOURCES})
+target_include_directories(vmdctl_unit_tests PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_host vmdctl_core GTest::gtest GTest::gtest_main GTest::gmock)
+target_compile_definitions(vmdctl_unit_tests PRIVATE VMDCTL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
+gtest_discover_tests(vmdctl_unit_tests DISCOVERY_TIMEOUT 60 TEST_PREFIX "unit.")
+
+set(SCENARIO_RUNNER ${CMAKE_SOURCE_DIR}/tests/scenario/run_scenario.py)
+file(GLOB_RECURSE SCENARIOS CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/scenario/cases/*.scn)
+foreach(scn ${SCENARIOS})
+  file(RELATIVE_PATH rel ${CMAKE_SOURCE_DIR}/tests/scenario/cases ${scn})
+  string(REGEX REPLACE "\\.scn$" "" name ${rel})
+  add_test(NAME scenario.${name}
+           COMMAND ${Python3_EXECUTABLE} ${SCENARIO_RUNNER} --sim $<TARGET_FILE:vmdctl-sim> ${scn})
+endforeach()
+
+if(VMDCTL_WIN_BUILD_DIR)
+  set(WINE_PREFIX ${CMAKE_BINARY_DIR}/wineprefix)
+  # One prefix for the whole run: creating it costs seconds.
+  add_test(NAME wine.prefix COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/make_prefix.sh ${WINE_PREFIX})
+  set_tests_properties(wine.prefix PROPERTIES FIXTURES_SETUP wineprefix)
+  foreach(scn ${SCENARIOS})
+    file(RELATIVE_PATH rel ${CMAKE_SOURCE_DIR}/tests/scenario/cases ${scn})
+    string(REGEX REPLACE "\\.scn$" "" name ${rel})
+    add_test(NAME wine.scenario.${name}
+             COMMAND ${Python3_EXECUTABLE} ${SCENARIO_RUNNER} --wine ${WINE_PREFIX}
+                     --sim ${VMDCTL_WIN_BUILD_DIR}/vmdctl-sim.exe ${scn})
+    set_tests_properties(wine.scenario.${name} PROPERTIES FIXTURES_REQUIRED wineprefix)
+  endforeach()
+  file(GLOB_RECURSE WINE_CASES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/wine/cases/*.scn)
+  foreach(scn ${WINE_CASES})
+    file(RELATIVE_PATH rel ${CMAKE_SOURCE_DIR}/tests/wine/cases ${scn})
+    string(REGEX REPLACE "\\.scn$" "" name ${rel})
+    add_test(NAME wine.real.${name}
+             COMMAND ${Python3_EXECUTABLE} ${SCENARIO_RUNNER} --wine ${WINE_PREFIX}
+                     --real ${VMDCTL_WIN_BUILD_DIR}/vmdctl.exe ${scn})
+    set_tests_properties(wine.real.${name} PROPERTIES FIXTURES_REQUIRED wineprefix)
+  endforeach()
+  file(GLOB WINE_CHECKS CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/wine/check_*.py)
+  foreach(chk ${WINE_CHECKS})
+    get_filename_component(name ${chk} NAME_WE)
+    add_test(NAME wine.${name} COMMAND ${Python3_EXECUTABLE} ${chk} ${VMDCTL_WIN_BUILD_DIR} ${CMAKE_BINARY_DIR}/generated)
+  endforeach()
+endif()

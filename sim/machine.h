@@ -1,0 +1,55 @@
+// The simulated machine's state: a JSON document (schema in
+// docs/simulator.md) that persists between runs, with the fault rules, the
+// virtual clock and the request counters that every simulated service shares.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace vmd::sim {
+
+using json = nlohmann::json;
+
+inline constexpr int kSchemaVersion = 1;
+
+class Machine {
+ public:
+  Machine() : state(defaultState()) {}
+  explicit Machine(json s);
+
+  // A Windows 10 x64 host with C: as its NTFS system drive, an administrator
+  // token, the controller present at version 5.7 build 0 and 16 GiB of memory.
+  static json defaultState();
+
+  // Reads a state file; a missing file gives the default machine. Throws
+  // std::runtime_error with a readable reason on a malformed file.
+  static Machine load(const std::string& path);
+  void save(const std::string& path) const;
+
+  // Every simulated call asks here first: returns the error a matching fault
+  // rule injects for this call, counting the calls that match each rule.
+  // `api` is the call's name (e.g. "DeviceIoControl"); `code` the control
+  // code (0 for none); `path` the path or name the call is about.
+  std::optional<std::uint32_t> fault(const std::string& api, std::uint32_t code = 0, const std::string& path = "");
+
+  // Request counters of this run (state["stats"]).
+  void count(const std::string& group, const std::string& key);
+
+  // Virtual time: sleeping advances the clock and costs nothing.
+  void sleep(std::uint32_t ms);
+  std::uint64_t fileTime() const;  // 100 ns units since 1601, UTC
+
+  json state;
+
+ private:
+  std::map<std::size_t, std::uint32_t> seen_;  // calls matched per fault rule, this run
+};
+
+std::string hex32(std::uint32_t v);  // "0x%08x"-style lower case, e.g. "0x00046024"
+std::uint32_t parseNumber(const json& v);  // a number, or a string in decimal or 0x hex
+
+}  // namespace vmd::sim

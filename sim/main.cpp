@@ -1,0 +1,97 @@
+// vmdctl-sim: the program run against the simulated machine.
+//
+//   vmdctl-sim [--sim-state FILE] [--sim-reset] [--sim-argv0 NAME] <command> [<option>...]
+//
+// The machine's state is read from FILE (default: $VMDCTL_SIM_STATE, else
+// .vmdctl-sim.json in the home folder), the command runs, and the state is
+// written back, so one run sees what the one before it did. --sim-reset
+// starts from the default machine. --sim-argv0 sets the program path the
+// command sees as argv[0] (default: this executable's path, with '/' as '\').
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/host.h"
+#include "shell/dispatch.h"
+#include "shell/text_codec.h"
+#include "sim/sim_platform.h"
+
+namespace {
+
+std::string defaultStatePath() {
+  if (const char* p = std::getenv("VMDCTL_SIM_STATE"); p && *p) return p;
+  const char* home = std::getenv("HOME");
+  if (!home || !*home) home = std::getenv("USERPROFILE");
+  std::string dir = home && *home ? home : ".";
+  return dir + "/.vmdctl-sim.json";
+}
+
+int simMain(std::vector<std::wstring> args) {
+  std::string statePath = defaultStatePath();
+  bool reset = false;
+  std::wstring argv0 = args.empty() ? L"vmdctl-sim" : args[0];
+  for (wchar_t& c : argv0)
+    if (c == L'/') c = L'\\';
+  std::size_t first = 1;
+  while (first < args.size() && args[first].rfind(L"--sim-", 0) == 0) {
+    const std::wstring& a = args[first];
+    if (a == L"--sim-reset") {
+      reset = true;
+      ++first;
+    } else if ((a == L"--sim-state" || a == L"--sim-argv0") && first + 1 < args.size()) {
+      if (a == L"--sim-state") statePath = vmd::toUtf8(args[first + 1]);
+      else argv0 = args[first + 1];
+      first += 2;
+    } else {
+      std::fprintf(stderr, "vmdctl-sim: unknown simulator option %s\n", vmd::toUtf8(a).c_str());
+      return 64;
+    }
+  }
+  vmd::sim::Machine machine;
+  try {
+    if (!reset) machine = vmd::sim::Machine::load(statePath);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
+    return 65;
+  }
+  machine.state["stats"] = vmd::sim::json::object();
+
+  std::vector<std::wstring> programArgs{argv0};
+  programArgs.insert(programArgs.end(), args.begin() + static_cast<std::ptrdiff_t>(first), args.end());
+  std::vector<wchar_t*> argv;
+  for (auto& a : programArgs) argv.push_back(a.data());
+  argv.push_back(nullptr);
+
+  auto streams = vmd::makeHostStreams();
+  auto catalog = vmd::makeHostCatalog();
+  int rc;
+  {
+    vmd::sim::SimPlatform sim(machine, *streams, *catalog);
+    rc = vmd::runProgram(sim.platform, static_cast<int>(programArgs.size()), argv.data());
+    std::fflush(stdout);
+    if (sim.io.openHandles() != 0) machine.state["stats"]["leakedHandles"] = sim.io.openHandles();
+  }
+  try {
+    machine.save(statePath);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
+    return 65;
+  }
+  return rc;
+}
+
+}  // namespace
+
+#ifdef _WIN32
+int wmain(int argc, wchar_t** argv) {
+  std::vector<std::wstring> args(argv, argv + argc);
+  return simMain(std::move(args));
+}
+#else
+int main(int argc, char** argv) {
+  std::vector<std::wstring> args;
+  for (int i = 0; i < argc; ++i) args.push_back(vmd::fromUtf8(argv[i]));
+  return simMain(std::move(args));
+}
+#endif

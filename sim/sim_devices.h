@@ -1,0 +1,57 @@
+// Device discovery and device I/O of the simulated machine. Opens are routed
+// by path to the controller, a disk's own device, a volume or the mount-point
+// manager; every open, close and request is counted in stats.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/platform.h"
+#include "sim/controller_model.h"
+#include "sim/machine.h"
+
+namespace vmd::sim {
+
+class SimSetup : public DeviceSetup {
+ public:
+  explicit SimSetup(Machine& m) : m_(m) {}
+  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls) override;
+
+ private:
+  Machine& m_;
+};
+
+class SimDeviceIo : public DeviceIo {
+ public:
+  SimDeviceIo(Machine& m, ControllerModel& controller) : m_(m), controller_(controller) {}
+  OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
+                  std::uint32_t flags) override;
+  ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                        std::uint32_t outSize) override;
+  Status flush(Handle h) override;
+  void close(Handle h) override;
+
+  // Handles still open (a leak when the run ends with any).
+  std::size_t openHandles() const { return open_.size(); }
+
+  enum class Kind { Controller, DiskDevice, Volume, MountManager };
+  struct Opened {
+    Kind kind;
+    std::string path;  // UTF-8, as opened
+    std::uint32_t access;
+    int disk = -1;          // DiskDevice: the target
+    std::string volume = {};  // Volume: the volume's GUID name
+  };
+
+ private:
+  ControlResult volumeControl(const Opened& o, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                              std::uint32_t outSize);
+
+  Machine& m_;
+  ControllerModel& controller_;
+  std::map<Handle, Opened> open_;
+  Handle next_ = 100;
+};
+
+}  // namespace vmd::sim

@@ -1,0 +1,54 @@
+// The whole simulated machine as the program's Platform: Windows services
+// and the controller, over one Machine state. The console and catalogue come
+// from the host the simulator itself runs on.
+#pragma once
+
+#include <cstdio>
+
+#include "sim/controller_model.h"
+#include "sim/machine.h"
+#include "sim/sim_devices.h"
+#include "sim/sim_process.h"
+#include "sim/sim_services.h"
+#include "sim/sim_volumes.h"
+
+namespace vmd::sim {
+
+class SimHost : public HostHooks {
+ public:
+  explicit SimHost(Machine& m) : m_(m) {}
+  Machine& machine() { return m_; }
+
+ private:
+  Machine& m_;
+};
+
+class SimPlatform {
+ public:
+  SimPlatform(Machine& m, OutputStreams& streams, MessageCatalog& catalog, std::FILE* keysIn = stdin)
+      : host(m),
+        controller(m.state["controller"], host),
+        process(m),
+        keys(m, keysIn),
+        setup(m),
+        io(m, controller),
+        volumes(m),
+        files(m),
+        registry(m),
+        system(m),
+        platform{streams, keys, catalog, process, setup, io, volumes, files, registry, system} {}
+
+  SimHost host;
+  ControllerModel controller;
+  SimProcess process;
+  StdinKeys keys;
+  SimSetup setup;
+  SimDeviceIo io;
+  SimVolumes volumes;
+  SimFiles files;
+  SimRegistry registry;
+  SimSystem system;
+  Platform platform;
+};
+
+}  // namespace vmd::sim

@@ -1,0 +1,48 @@
+#include "sim/sim_process.h"
+
+#include "shell/text_codec.h"
+
+namespace vmd::sim {
+
+bool SimProcess::initFramework() {
+  m_.count("api", "InitFramework");
+  return !m_.state["host"].value("frameworkFails", false);
+}
+
+ProcessEnvironment::MutexResult SimProcess::createInstanceMutex(const std::wstring& name) {
+  if (auto e = m_.fault("CreateMutexW", 0, toUtf8(name))) return {false, *e};
+  if (m_.state["host"].value("instanceRunning", false)) return {true, 183};
+  return {true, 0};
+}
+
+bool SimProcess::tokenHasAdministrators() {
+  if (m_.fault("GetTokenInformation")) return false;
+  return m_.state["host"].value("administrator", true);
+}
+
+std::int32_t SimProcess::comInitialize() {
+  if (auto e = m_.fault("CoInitialize")) return static_cast<std::int32_t>(0x80070000u | (*e & 0xFFFF));
+  return m_.state["host"].value("comFails", false) ? static_cast<std::int32_t>(0x80004005u) : 0;
+}
+
+void SimProcess::comUninitialize() { m_.count("api", "CoUninitialize"); }
+
+int StdinKeys::readKey() {
+  int b = std::fgetc(in_);
+  if (b == EOF) {
+    m_.count("keys", "end-of-input");
+    return -1;
+  }
+  std::string bytes(1, static_cast<char>(b));
+  int extra = (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 0;
+  for (int i = 0; i < extra; ++i) {
+    int c = std::fgetc(in_);
+    if (c == EOF) break;
+    bytes += static_cast<char>(c);
+  }
+  m_.count("keys", "read");
+  const std::wstring key = fromUtf8(bytes);
+  return key.empty() ? -1 : static_cast<int>(key[0]);
+}
+
+}  // namespace vmd::sim

@@ -1,0 +1,38 @@
+// Start-up services and key input of the simulated machine.
+#pragma once
+
+#include <cstdio>
+
+#include "platform/platform.h"
+#include "sim/machine.h"
+
+namespace vmd::sim {
+
+// host.frameworkFails, host.instanceRunning, host.administrator, host.comFails.
+class SimProcess : public ProcessEnvironment {
+ public:
+  explicit SimProcess(Machine& m) : m_(m) {}
+  bool initFramework() override;
+  MutexResult createInstanceMutex(const std::wstring& name) override;
+  bool tokenHasAdministrators() override;
+  std::int32_t comInitialize() override;
+  void comUninitialize() override;
+
+ private:
+  Machine& m_;
+};
+
+// Keys are read from standard input, one character (UTF-8) per key; the end
+// of input reads as a key that is not Y. Each key read is logged in
+// stats.keys, so tests can tell a prompt that was shown from one that was not.
+class StdinKeys : public KeyReader {
+ public:
+  StdinKeys(Machine& m, std::FILE* in) : m_(m), in_(in) {}
+  int readKey() override;
+
+ private:
+  Machine& m_;
+  std::FILE* in_;
+};
+
+}  // namespace vmd::sim

@@ -1,0 +1,59 @@
+// Files, registry and system services of the simulated machine.
+//
+// state.files[]: {path, size?, attributes?, directory?, head? (hex of the
+//   first bytes), readFails?}
+// state.registry: {"<key under HKLM>": {"<value>": {"type": "REG_DWORD" |
+//   "REG_BINARY", "data": number | "hex"}}}
+// state.host.memory: {totalPhys, availPhys, fails?}; state.host.windowsDirectory
+// state.wmi: {fails?, signatures[]}; broadcasts are logged in state.broadcasts.
+#pragma once
+
+#include "platform/platform.h"
+#include "sim/machine.h"
+
+namespace vmd::sim {
+
+class SimFiles : public FileService {
+ public:
+  explicit SimFiles(Machine& m) : m_(m) {}
+  std::uint32_t attributes(const std::wstring& path) override;
+  Size fileSize(const std::wstring& path) override;
+  std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
+  std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override;
+  bool pathIsDirectory(const std::wstring& path) override;
+
+  static json* findFile(Machine& m, const std::string& path);
+
+ private:
+  Machine& m_;
+};
+
+class SimRegistry : public Registry {
+ public:
+  explicit SimRegistry(Machine& m) : m_(m) {}
+  std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
+  std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) override;
+
+ private:
+  Machine& m_;
+};
+
+class SimSystem : public SystemInfo {
+ public:
+  explicit SimSystem(Machine& m) : m_(m) {}
+  std::optional<Memory> memoryStatus() override;
+  std::optional<std::wstring> windowsDirectory() override;
+  SystemTime systemTime() override;
+  std::uint64_t systemTimeAsFileTime() override;
+  void sleep(std::uint32_t milliseconds) override;
+  long broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) override;
+  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override;
+
+ private:
+  Machine& m_;
+};
+
+std::string toHex(const Bytes& b);
+Bytes fromHex(const std::string& s);
+
+}  // namespace vmd::sim

@@ -1,0 +1,280 @@
+// The program's one boundary with the operating system. Every service the
+// commands need is a narrow interface here; src/platform/win32 implements them
+// on Windows, sim/ implements them on the simulated machine. Nothing in this
+// header depends on <windows.h>.
+//
+// Error contract, for every call below that can fail: the failure is reported
+// in the returned value together with the system error code (the value
+// GetLastError would give on Windows). Nothing keeps a hidden "last error".
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vmd {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// System error codes the program reacts to or reports.
+namespace syserr {
+constexpr std::uint32_t Success = 0;
+constexpr std::uint32_t FileNotFound = 2;
+constexpr std::uint32_t PathNotFound = 3;
+constexpr std::uint32_t AccessDenied = 5;
+constexpr std::uint32_t InvalidHandle = 6;
+constexpr std::uint32_t NotEnoughMemory = 8;
+constexpr std::uint32_t InvalidData = 13;
+constexpr std::uint32_t NotReady = 21;
+constexpr std::uint32_t WriteFault = 29;
+constexpr std::uint32_t GenFailure = 31;
+constexpr std::uint32_t NotSupported = 50;
+constexpr std::uint32_t InvalidParameter = 87;
+constexpr std::uint32_t OpenFailed = 110;
+constexpr std::uint32_t DiskFull = 112;
+constexpr std::uint32_t InsufficientBuffer = 122;
+constexpr std::uint32_t AlreadyExists = 183;
+constexpr std::uint32_t MoreData = 234;
+constexpr std::uint32_t NoMoreItems = 259;
+}  // namespace syserr
+
+enum class Stream { Out, Err };
+
+// Standard output and standard error. Text is written as given; the Windows
+// side writes through the C runtime in text mode, so "\n" becomes "\r\n".
+class OutputStreams {
+ public:
+  virtual ~OutputStreams() = default;
+  virtual void write(Stream stream, const std::wstring& text) = 0;
+};
+
+// One key from the console, without echo and without waiting for Enter.
+// Returns -1 when no key can be had (end of input): callers treat it as "no".
+class KeyReader {
+ public:
+  virtual ~KeyReader() = default;
+  virtual int readKey() = 0;
+};
+
+// The executable's own message table and string table.
+class MessageCatalog {
+ public:
+  virtual ~MessageCatalog() = default;
+  // The message formatted with inserts %1, %2, ... as FormatMessageW does it;
+  // nothing when the table has no such id.
+  virtual std::optional<std::wstring> formatMessage(std::uint32_t id,
+                                                    const std::vector<const wchar_t*>& inserts) = 0;
+  // The string, or empty when the table has no such id.
+  virtual std::wstring loadString(std::uint32_t id) = 0;
+};
+
+// Process-level services used once at start-up.
+class ProcessEnvironment {
+ public:
+  virtual ~ProcessEnvironment() = default;
+  virtual bool initFramework() = 0;
+  // CreateMutexW(initial owner, name). created is false when no handle came
+  // back; error is the last error after the call (183 when it already existed).
+  struct MutexResult {
+    bool created;
+    std::uint32_t error;
+  };
+  virtual MutexResult createInstanceMutex(const std::wstring& name) = 0;
+  // True when the token's groups contain the built-in Administrators SID,
+  // whatever that group's attributes; false on any failure along the way.
+  virtual bool tokenHasAdministrators() = 0;
+  virtual std::int32_t comInitialize() = 0;  // HRESULT
+  virtual void comUninitialize() = 0;
+};
+
+// A device-interface class, e.g. {48FA1FE0-7189-432A-9FD4-9DB766B64B31}.
+struct InterfaceClass {
+  std::uint32_t data1;
+  std::uint16_t data2, data3;
+  std::uint8_t data4[8];
+};
+
+class DeviceSetup {
+ public:
+  virtual ~DeviceSetup() = default;
+  struct Interface {
+    std::uint32_t index;  // enumeration index
+    std::wstring path;
+  };
+  // The present interfaces of a class whose detail (path) could be read, in
+  // enumeration order. Nothing when the device set cannot be had.
+  virtual std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls) = 0;
+};
+
+// CreateFileW / DeviceIoControl / FlushFileBuffers / CloseHandle.
+class DeviceIo {
+ public:
+  virtual ~DeviceIo() = default;
+  using Handle = std::int64_t;
+  static constexpr Handle Invalid = -1;
+
+  static constexpr std::uint32_t GenericRead = 0x80000000u;
+  static constexpr std::uint32_t GenericWrite = 0x40000000u;
+  static constexpr std::uint32_t ShareRead = 1, ShareWrite = 2;
+  static constexpr std::uint32_t OpenExisting = 3;
+  static constexpr std::uint32_t AttributeNormal = 0x80;
+
+  struct OpenResult {
+    Handle handle;
+    std::uint32_t error;
+  };
+  virtual OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                          std::uint32_t disposition, std::uint32_t flags) = 0;
+  struct ControlResult {
+    bool ok;
+    std::uint32_t returned;
+    std::uint32_t error;
+  };
+  // One synchronous request; out receives at most outSize bytes.
+  virtual ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize,
+                                void* out, std::uint32_t outSize) = 0;
+  struct Status {
+    bool ok;
+    std::uint32_t error;
+  };
+  virtual Status flush(Handle h) = 0;
+  virtual void close(Handle h) = 0;
+};
+
+// Drive types of GetDriveTypeW.
+namespace drivetype {
+constexpr std::uint32_t Unknown = 0, NoRootDir = 1, Removable = 2, Fixed = 3, Remote = 4, CdRom = 5,
+                        RamDisk = 6;
+}
+
+// Volumes, mount points and drives.
+class VolumeService {
+ public:
+  virtual ~VolumeService() = default;
+  virtual std::uint32_t logicalDrives() = 0;                       // GetLogicalDrives
+  virtual std::uint32_t driveType(const std::wstring& root) = 0;   // GetDriveTypeW
+  struct VolumeInfo {
+    bool ok;
+    std::uint32_t error;
+    std::wstring label;       // at most 259 characters
+    std::uint32_t serial;
+    std::wstring fileSystem;  // at most 24 characters
+  };
+  virtual VolumeInfo volumeInformation(const std::wstring& root) = 0;  // GetVolumeInformationW
+  struct FreeSpace {
+    bool ok;
+    std::uint32_t error;
+    std::uint32_t sectorsPerCluster, bytesPerSector, freeClusters, totalClusters;
+  };
+  virtual FreeSpace diskFreeSpace(const std::wstring& root) = 0;  // GetDiskFreeSpaceW
+  struct FreeSpaceEx {
+    bool ok;
+    std::uint32_t error;
+    std::uint64_t freeToCaller, totalBytes, totalFree;
+  };
+  virtual FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) = 0;  // GetDiskFreeSpaceExW
+  struct Text {
+    bool ok;
+    std::uint32_t error;
+    std::wstring text;
+  };
+  // GetVolumeNameForVolumeMountPointW with a buffer of `chars` characters.
+  virtual Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) = 0;
+  // GetVolumePathNamesForVolumeNameW with a buffer of `chars` characters: the
+  // multi-string on success; on ERROR_MORE_DATA, `needed` holds the length asked for.
+  struct PathNames {
+    bool ok;
+    std::uint32_t error;
+    std::vector<wchar_t> multiString;
+    std::uint32_t needed;
+  };
+  virtual PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) = 0;
+  virtual DeviceIo::Status setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) = 0;
+  virtual DeviceIo::Status deleteVolumeMountPoint(const std::wstring& mountPoint) = 0;
+  virtual DeviceIo::Status setVolumeLabel(const std::wstring& root, const std::wstring* label) = 0;
+};
+
+constexpr std::uint32_t InvalidFileAttributes = 0xFFFFFFFFu;
+
+class FileService {
+ public:
+  virtual ~FileService() = default;
+  virtual std::uint32_t attributes(const std::wstring& path) = 0;  // GetFileAttributesW
+  struct Size {
+    bool ok;
+    std::uint32_t error;
+    std::uint64_t bytes;
+  };
+  virtual Size fileSize(const std::wstring& path) = 0;
+  // Opens the file for reading (sharing read and write) and reads up to `count`
+  // bytes from its start. Nothing when it cannot be opened or read.
+  virtual std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) = 0;
+  // Create or truncate, write, close. error: 110 when it cannot be created,
+  // 29 when writing or closing failed (the file is closed in every case).
+  virtual std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) = 0;
+  virtual bool pathIsDirectory(const std::wstring& path) = 0;  // PathIsDirectoryW
+};
+
+// HKEY_LOCAL_MACHINE only: the program reads and writes nothing else.
+class Registry {
+ public:
+  virtual ~Registry() = default;
+  // A 32-bit value; nothing when the key or value is missing or not 4 bytes.
+  virtual std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) = 0;
+  struct Value {
+    std::wstring name;
+    std::uint32_t type;
+    Bytes data;
+  };
+  struct Key {
+    virtual ~Key() = default;
+    // RegEnumValueW with room for `nameChars` name characters (terminator
+    // included) and `dataBytes` data bytes: error 0, 234 (too long), 259 (no more).
+    virtual std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
+                                    Value& out) = 0;
+    virtual std::uint32_t deleteValue(const std::wstring& name) = 0;
+    virtual std::uint32_t setBinary(const std::wstring& name, const Bytes& data) = 0;
+  };
+  // Opened with read and write access (KEY_READ | KEY_WRITE); error on failure.
+  virtual std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) = 0;
+};
+
+struct SystemTime {
+  std::uint16_t year, month, dayOfWeek, day, hour, minute, second, milliseconds;
+};
+
+class SystemInfo {
+ public:
+  virtual ~SystemInfo() = default;
+  struct Memory {
+    std::uint64_t totalPhys, availPhys;
+  };
+  virtual std::optional<Memory> memoryStatus() = 0;          // GlobalMemoryStatusEx
+  virtual std::optional<std::wstring> windowsDirectory() = 0;  // GetSystemWindowsDirectoryW
+  virtual SystemTime systemTime() = 0;                       // GetSystemTime (UTC)
+  virtual std::uint64_t systemTimeAsFileTime() = 0;          // GetSystemTimeAsFileTime
+  virtual void sleep(std::uint32_t milliseconds) = 0;
+  // BroadcastSystemMessageW(flags, all components, msg, wParam, the record).
+  virtual long broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) = 0;
+  // The "Signature" property of every Win32_DiskDrive object of root\cimv2
+  // that has one; nothing when the namespace or the query fails.
+  virtual std::optional<std::vector<std::uint32_t>> diskDriveSignatures() = 0;
+};
+
+// Everything the program may ask of the system, handed to the commands.
+struct Platform {
+  OutputStreams& streams;
+  KeyReader& keys;
+  MessageCatalog& catalog;
+  ProcessEnvironment& process;
+  DeviceSetup& setup;
+  DeviceIo& io;
+  VolumeService& volumes;
+  FileService& files;
+  Registry& registry;
+  SystemInfo& system;
+};
+
+}  // namespace vmd

@@ -1,0 +1,39 @@
+// The one codec between the program's wide text and bytes: UTF-16LE for the
+// controller's records and the files, UTF-8 for the Linux console and the
+// simulated machine's state. wchar_t is UTF-16 on Windows and UTF-32 on Linux.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vmd {
+
+// Number of UTF-16 code units `text` takes on the wire.
+std::size_t utf16Length(std::wstring_view text);
+
+// Appends `text` as UTF-16LE, without a terminator.
+void appendUtf16(std::vector<std::uint8_t>& out, std::wstring_view text);
+
+// Writes `text` as UTF-16LE at `offset` (which must have room) followed by a
+// zero code unit; returns the bytes written (terminator included).
+std::size_t putUtf16z(std::uint8_t* out, std::size_t room, std::wstring_view text);
+
+// Reads a zero-terminated UTF-16LE string from data[offset, limit); reading
+// stops at the terminator or at `limit`, whichever comes first, and never
+// reads past `size`.
+std::wstring readUtf16z(const std::uint8_t* data, std::size_t size, std::size_t offset,
+                        std::size_t limit = SIZE_MAX);
+
+std::string toUtf8(std::wstring_view text);
+std::wstring fromUtf8(std::string_view text);
+
+// ASCII-only case folding, as the runtime's wide compare in its default locale.
+wchar_t asciiUpper(wchar_t c);
+wchar_t asciiLower(wchar_t c);
+bool equalsNoCase(std::wstring_view a, std::wstring_view b);
+int compareNoCase(std::wstring_view a, std::wstring_view b);
+
+}  // namespace vmd
