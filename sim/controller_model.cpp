@@ -20,6 +20,20 @@ ControllerModel::Reply ControllerModel::handle(std::uint32_t code, const std::ui
   switch (code) {
     case ioctl::QueryControllerVersion:
       return version(out, outSize);
+    case ioctl::QueryDiskBitmap:
+    case ioctl::QueryDiskInfo:
+    case ioctl::QueryDeviceNumber:
+    case ioctl::QueryDosNameTarget:
+    case ioctl::QueryDosDeviceOwner:
+      return diskRequest(code, in, inSize, out, outSize);
+    case ioctl::QueryImStatus:
+    case ioctl::SetImOptions:
+    case ioctl::EnableIm:
+    case ioctl::DisableIm:
+      return imRequest(code, in, inSize, out, outSize);
+    case ioctl::ReadDiskSettingsRecord:
+    case ioctl::QueryDiskStatus:
+      return recordRequest(code, in, inSize, out, outSize);
     default:
       return {0, kInvalidFunction};
   }

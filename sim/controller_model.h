@@ -32,7 +32,15 @@ class ControllerModel {
   json& state() { return c_; }
 
  private:
+  using In = const std::uint8_t*;
+  using Out = std::uint8_t*;
   Reply version(std::uint8_t* out, std::uint32_t outSize);
+  // Disks (sim/controller_disks.cpp): bitmap, disk info, device number, DOS names.
+  Reply diskRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
+  // Invisible Memory (sim/controller_im.cpp).
+  Reply imRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
+  // Settings and status records (sim/controller_records.cpp).
+  Reply recordRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
 
   json& c_;
   HostHooks& host_;
