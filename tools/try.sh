@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds vmdctl-sim for Linux and tries it on a fresh simulated machine.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tools/install-deps.sh --linux-only
+cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build/linux -j2 --target vmdctl-sim
+sim="build/linux/vmdctl-sim"
+export VMDCTL_SIM_STATE="$PWD/build/linux/try-machine.json"
+run() {
+  echo
+  echo "\$ vmdctl $*"
+  "$sim" --sim-argv0 vmdctl "$@" || echo "(exit code $?)"
+}
+"$sim" --sim-reset --sim-argv0 vmdctl ver >/dev/null
+run ver
+run ls
+run mem
+run im
+run ? ls
+echo
+echo "The simulated machine is in $VMDCTL_SIM_STATE; try more with:"
+echo "  VMDCTL_SIM_STATE=$VMDCTL_SIM_STATE $sim <command> [<option>...]"
