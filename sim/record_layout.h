@@ -1,0 +1,44 @@
+// The controller's side of the disk settings record: builds the record the
+// controller keeps for a disk from readable settings, reads one back into
+// readable settings, and checks a record as the driver does before it
+// creates a disk. Written from the record layout alone, independently of the
+// program's own code, so the two can check each other.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sim/machine.h"
+
+namespace vmd::sim {
+
+using RecordBytes = std::vector<std::uint8_t>;
+
+// A record from readable settings (docs/simulator.md, "Disk settings
+// records"): {sizeMb, diskFlags, driveLetter, substanceFlags, imQuotaMb,
+// physicalDriveSizeMb, physicalDriveFile, numaNodeMasks[], volumeLabel,
+// clusterSize, fileSystem, fsFlags, fsExtraMask, everyonePermissions,
+// volumeSerial, customFolders[], imageFile, imageFlags, imageFormat,
+// compressionLevel, timingSaveMinutes, signature, index, marker}, every key
+// optional. Throws std::runtime_error when a section outgrows the layout.
+RecordBytes buildRecord(const json& settings);
+
+// The record the controller keeps for one entry of controller.disks[]: its
+// "settingsRecord" hex taken as it stands, else built from its "settings"
+// (index, signature, sizeMb, diskFlags and driveLetter fall back to the
+// disk's own keys of those names).
+RecordBytes diskRecord(const json& disk);
+
+// Readable settings of a well-formed record, in the keys buildRecord takes.
+json decodeRecord(const RecordBytes& record);
+
+// Empty when `record` is well formed as the driver requires of a creation
+// record: sizes, section placement and lengths, strings inside their fields,
+// and the checksum. Otherwise the first fault found, as readable text.
+std::string checkRecord(const RecordBytes& record);
+
+// 32-bit wrapping byte sum from offset 12 to the end.
+std::uint32_t recordChecksum(const RecordBytes& record);
+
+}  // namespace vmd::sim

@@ -1,0 +1,24 @@
+// The settings block that add, edit, rebuild and view print on standard output.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "settings/disk_settings.h"
+#include "shell/output.h"
+
+namespace vmd {
+
+namespace reportmode {
+constexpr std::uint32_t Settings = 0;  // the full block
+constexpr std::uint32_t Status = 1;    // no drive letter, nothing of the volume's format
+}  // namespace reportmode
+
+// Prints `settings` between two rule lines; never fails.
+void PrintDiskSettings(Output& out, const DiskSettings& settings, std::uint32_t mode);
+
+// A byte count as display text: "3.00 GB" from 1 GiB up, else whole MB
+// rounded to the nearest ("2 MB"); below 1 MiB "0 MB".
+std::wstring FormatByteSize(Output& out, std::uint64_t bytes);
+
+}  // namespace vmd
