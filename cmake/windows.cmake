@@ -1,0 +1,58 @@
+# The Windows build: the Win32 side of the platform, the resources, and the
+# two executables (vmdctl.exe and vmdctl-sim.exe) in the build folder's root.
+if(NOT VMD_WINDMC)
+  set(VMD_WINDMC windmc)
+endif()
+if(NOT CMAKE_RC_COMPILER)
+  set(CMAKE_RC_COMPILER windres)
+endif()
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
+# --- Resources: message table, string table, version information, manifest.
+set(RES_DIR ${CMAKE_BINARY_DIR}/resources)
+set(RES_SRC ${CMAKE_SOURCE_DIR}/src/resources)
+file(MAKE_DIRECTORY ${RES_DIR})
+
+# -U stores the messages as UTF-16, -C 65001 reads the generated source as UTF-8.
+add_custom_command(
+  OUTPUT ${RES_DIR}/messages.rc ${RES_DIR}/MSG00409.bin
+  COMMAND ${VMD_WINDMC} -U -C 65001 -h ${RES_DIR} -r ${RES_DIR} ${GEN_DIR}/messages.mc
+  DEPENDS ${GEN_DIR}/messages.mc
+  COMMENT "Compiling the message table")
+
+# One resource script, so one .rsrc section carries everything.
+file(WRITE ${RES_DIR}/all.rc.in
+  "#include \"messages.rc\"\n#include \"strings.rc\"\n#include \"vmdctl.rc\"\n")
+configure_file(${RES_DIR}/all.rc.in ${RES_DIR}/all.rc COPYONLY)
+
+add_custom_command(
+  OUTPUT ${RES_DIR}/vmdctl_res.o
+  COMMAND ${CMAKE_RC_COMPILER} -I ${RES_DIR} -I ${GEN_DIR} -I ${RES_SRC} --input-format=rc -O coff
+          -i ${RES_DIR}/all.rc -o ${RES_DIR}/vmdctl_res.o
+  DEPENDS ${RES_DIR}/all.rc ${RES_DIR}/messages.rc ${RES_DIR}/MSG00409.bin ${GEN_DIR}/strings.rc
+          ${RES_SRC}/vmdctl.rc ${RES_SRC}/vmdctl.manifest
+  COMMENT "Compiling the resources")
+set_source_files_properties(${RES_DIR}/vmdctl_res.o PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+
+# --- The Win32 side of the platform.
+file(GLOB WIN32_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/platform/win32/*.cpp)
+list(FILTER WIN32_SOURCES EXCLUDE REGEX "/main[^/]*\\.cpp$")
+add_library(vmdctl_win32 STATIC ${WIN32_SOURCES})
+target_include_directories(vmdctl_win32 PUBLIC ${CMAKE_SOURCE_DIR}/src)
+# Windows 7 is the oldest system the program supports.
+target_compile_definitions(vmdctl_win32 PRIVATE _WIN32_WINNT=0x0601 WINVER=0x0601)
+target_link_libraries(vmdctl_win32 PUBLIC vmdctl_core setupapi shlwapi ole32 oleaut32 wbemuuid uuid advapi32 user32)
+
+function(vmd_windows_executable target)
+  add_executable(${target} ${ARGN} ${RES_DIR}/vmdctl_res.o)
+  # wmain is the entry.
+  target_compile_options(${target} PRIVATE -municode)
+  target_link_options(${target} PRIVATE -municode)
+endfunction()
+
+vmd_windows_executable(vmdctl ${CMAKE_SOURCE_DIR}/src/platform/win32/main_win32.cpp)
+target_link_libraries(vmdctl PRIVATE vmdctl_win32 vmdctl_core)
+
+vmd_windows_executable(vmdctl-sim ${CMAKE_SOURCE_DIR}/sim/main.cpp)
+target_link_libraries(vmdctl-sim PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core)

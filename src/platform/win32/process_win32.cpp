@@ -1,0 +1,56 @@
+// Start-up services: the single-instance mutex, the Administrators check, COM.
+#include <objbase.h>
+
+#include <vector>
+
+#include "platform/win32/win32.h"
+#include "platform/win32/win32_platform.h"
+
+namespace vmd::win32 {
+
+namespace {
+
+class Win32Process : public ProcessEnvironment {
+ public:
+  // Nothing of ours needs preparing before the resources can be read; the
+  // module and the command line are the framework's inputs and are always there.
+  bool initFramework() override {
+    return ::GetModuleHandleW(nullptr) != nullptr && ::GetCommandLineW() != nullptr;
+  }
+
+  // The handle is kept until the process ends: owning the mutex is the guard.
+  MutexResult createInstanceMutex(const std::wstring& name) override {
+    const HANDLE mutex = ::CreateMutexW(nullptr, TRUE, name.c_str());
+    const DWORD error = ::GetLastError();
+    return {mutex != nullptr, error};
+  }
+
+  // Membership alone counts: a group present only for deny still matches.
+  bool tokenHasAdministrators() override {
+    SID_IDENTIFIER_AUTHORITY ntAuthority = SECURITY_NT_AUTHORITY;
+    Sid administrators;
+    if (!::AllocateAndInitializeSid(&ntAuthority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0,
+                                    0, 0, 0, administrators.receive()))
+      return false;
+    KernelHandle token;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive())) return false;
+    DWORD size = 0;
+    ::GetTokenInformation(token.get(), TokenGroups, nullptr, 0, &size);
+    if (size == 0) return false;
+    std::vector<std::uint64_t> buffer((size + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t));
+    if (!::GetTokenInformation(token.get(), TokenGroups, buffer.data(), size, &size)) return false;
+    const auto* groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
+    for (DWORD i = 0; i < groups->GroupCount; ++i)
+      if (::EqualSid(groups->Groups[i].Sid, administrators.get())) return true;
+    return false;
+  }
+
+  std::int32_t comInitialize() override { return static_cast<std::int32_t>(::CoInitialize(nullptr)); }
+  void comUninitialize() override { ::CoUninitialize(); }
+};
+
+}  // namespace
+
+std::unique_ptr<ProcessEnvironment> makeProcessEnvironment() { return std::make_unique<Win32Process>(); }
+
+}  // namespace vmd::win32

@@ -1,0 +1,87 @@
+// Device-interface discovery through the setup API.
+#include <new>
+
+#include "platform/win32/win32.h"
+#include "platform/win32/win32_platform.h"
+#include "shell/text_codec.h"
+
+namespace vmd::win32 {
+
+namespace {
+
+// The fixed part of SP_DEVICE_INTERFACE_DETAIL_DATA_W (cbSize and the first
+// character) as the 64-bit setup API counts it, and where the path starts.
+constexpr DWORD kDetailHeadSize = 8;
+constexpr std::size_t kDetailPathOffset = 4;
+constexpr DWORD kFirstDetailSize = 520;
+constexpr DWORD kPresentProfileInterfaces = DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE;  // 0x1A
+
+GUID toGuid(const InterfaceClass& c) {
+  GUID g;
+  g.Data1 = c.data1;
+  g.Data2 = c.data2;
+  g.Data3 = c.data3;
+  for (int i = 0; i < 8; ++i) g.Data4[i] = c.data4[i];
+  return g;
+}
+
+// A detail buffer sized in bytes, aligned for the record's DWORD head.
+class DetailBuffer {
+ public:
+  bool allocate(DWORD bytes) {
+    delete[] words_;
+    words_ = new (std::nothrow) DWORD[(bytes + sizeof(DWORD) - 1) / sizeof(DWORD)];
+    size_ = words_ ? bytes : 0;
+    return words_ != nullptr;
+  }
+  ~DetailBuffer() { delete[] words_; }
+  auto* record() {
+    auto* r = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(words_);
+    r->cbSize = kDetailHeadSize;
+    return r;
+  }
+  DWORD size() const { return size_; }
+  std::wstring path() const {
+    return readUtf16z(reinterpret_cast<const std::uint8_t*>(words_), size_, kDetailPathOffset);
+  }
+
+ private:
+  DWORD* words_ = nullptr;
+  DWORD size_ = 0;
+};
+
+class Win32Setup : public DeviceSetup {
+ public:
+  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls) override {
+    const GUID guid = toGuid(cls);
+    DevInfoSet set(::SetupDiGetClassDevsW(&guid, nullptr, nullptr, kPresentProfileInterfaces));
+    if (!set) return std::nullopt;
+    DetailBuffer detail;
+    if (!detail.allocate(kFirstDetailSize)) return std::nullopt;
+
+    std::vector<Interface> found;
+    for (DWORD index = 0;; ++index) {
+      SP_DEVICE_INTERFACE_DATA data{};
+      data.cbSize = sizeof(data);
+      if (!::SetupDiEnumDeviceInterfaces(set.get(), nullptr, &guid, index, &data)) break;
+      SP_DEVINFO_DATA device{};
+      device.cbSize = sizeof(device);
+      DWORD required = 0;
+      BOOL ok = ::SetupDiGetDeviceInterfaceDetailW(set.get(), &data, detail.record(), detail.size(), &required, &device);
+      if (!ok && ::GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
+        // One retry with the size the system asked for; it stays for later interfaces.
+        if (!detail.allocate(required)) return std::nullopt;
+        ok = ::SetupDiGetDeviceInterfaceDetailW(set.get(), &data, detail.record(), detail.size(), &required, &device);
+      }
+      if (!ok) continue;
+      found.push_back({index, detail.path()});
+    }
+    return found;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<DeviceSetup> makeDeviceSetup() { return std::make_unique<Win32Setup>(); }
+
+}  // namespace vmd::win32

@@ -1,0 +1,121 @@
+// Memory, time, broadcasts and the disk signatures that WMI knows.
+#include <vector>
+
+#include "platform/win32/win32.h"
+#include "platform/win32/win32_platform.h"
+
+#include <oleauto.h>
+#include <wbemcli.h>
+
+namespace vmd::win32 {
+
+namespace {
+
+constexpr DWORD kMemoryStatusSize = 64;  // sizeof(MEMORYSTATUSEX)
+
+// A BSTR for the length of one call.
+class Bstr {
+ public:
+  explicit Bstr(const wchar_t* text) : s_(::SysAllocString(text)) {}
+  ~Bstr() { ::SysFreeString(s_); }
+  Bstr(const Bstr&) = delete;
+  Bstr& operator=(const Bstr&) = delete;
+  BSTR get() const { return s_; }
+  explicit operator bool() const { return s_ != nullptr; }
+
+ private:
+  BSTR s_;
+};
+
+class Variant {
+ public:
+  Variant() { ::VariantInit(&v_); }
+  ~Variant() { ::VariantClear(&v_); }
+  Variant(const Variant&) = delete;
+  Variant& operator=(const Variant&) = delete;
+  VARIANT* get() { return &v_; }
+  const VARIANT& value() const { return v_; }
+
+ private:
+  VARIANT v_;
+};
+
+class Win32System : public SystemInfo {
+ public:
+  std::optional<Memory> memoryStatus() override {
+    MEMORYSTATUSEX status{};
+    status.dwLength = kMemoryStatusSize;
+    if (!::GlobalMemoryStatusEx(&status)) return std::nullopt;
+    return Memory{status.ullTotalPhys, status.ullAvailPhys};
+  }
+
+  std::optional<std::wstring> windowsDirectory() override {
+    std::vector<wchar_t> buffer(MAX_PATH + 1);
+    UINT length = ::GetSystemWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
+    if (length >= buffer.size()) {  // too small: the answer is the size needed
+      buffer.resize(length + 1);
+      length = ::GetSystemWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
+    }
+    if (length == 0 || length >= buffer.size()) return std::nullopt;
+    return std::wstring(buffer.data(), length);
+  }
+
+  SystemTime systemTime() override {
+    SYSTEMTIME t{};
+    ::GetSystemTime(&t);
+    return {t.wYear, t.wMonth, t.wDayOfWeek, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds};
+  }
+
+  std::uint64_t systemTimeAsFileTime() override {
+    FILETIME ft{};
+    ::GetSystemTimeAsFileTime(&ft);
+    return (std::uint64_t{ft.dwHighDateTime} << 32) | ft.dwLowDateTime;
+  }
+
+  void sleep(std::uint32_t milliseconds) override { ::Sleep(milliseconds); }
+
+  long broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) override {
+    DWORD recipients = BSM_ALLCOMPONENTS;
+    return ::BroadcastSystemMessageW(flags, &recipients, message, static_cast<WPARAM>(wParam),
+                                     reinterpret_cast<LPARAM>(record.data()));
+  }
+
+  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override {
+    ComRef<IWbemLocator> locator;
+    if (FAILED(::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
+                                  locator.receiveVoid())))
+      return std::nullopt;
+    ComRef<IWbemServices> services;
+    Bstr ns(L"root\\cimv2");
+    if (!ns || FAILED(locator->ConnectServer(ns.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                             services.receive())))
+      return std::nullopt;
+    // Without impersonation the provider may refuse to answer for the disks.
+    ::CoSetProxyBlanket(services.get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
+                        RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
+    ComRef<IEnumWbemClassObject> rows;
+    Bstr language(L"WQL"), query(L"SELECT * FROM Win32_DiskDrive");
+    if (!language || !query ||
+        FAILED(services->ExecQuery(language.get(), query.get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
+                                   nullptr, rows.receive())))
+      return std::nullopt;
+    std::vector<std::uint32_t> signatures;
+    for (;;) {
+      ComRef<IWbemClassObject> row;
+      ULONG got = 0;
+      if (rows->Next(static_cast<LONG>(WBEM_INFINITE), 1, row.receive(), &got) != WBEM_S_NO_ERROR || got == 0) break;
+      Variant signature;
+      if (FAILED(row->Get(L"Signature", 0, signature.get(), nullptr, nullptr))) continue;
+      const VARIANT& v = signature.value();
+      if (v.vt == VT_I4) signatures.push_back(static_cast<std::uint32_t>(v.lVal));
+      else if (v.vt == VT_UI4) signatures.push_back(v.ulVal);
+    }
+    return signatures;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<SystemInfo> makeSystemInfo() { return std::make_unique<Win32System>(); }
+
+}  // namespace vmd::win32

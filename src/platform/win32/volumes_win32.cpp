@@ -1,0 +1,92 @@
+// Volumes, mount points and drive letters.
+#include <algorithm>
+#include <vector>
+
+#include "platform/win32/win32.h"
+#include "platform/win32/win32_platform.h"
+
+namespace vmd::win32 {
+
+namespace {
+
+constexpr DWORD kLabelChars = MAX_PATH + 1;  // 260 with the terminator
+constexpr DWORD kFileSystemChars = 25;
+
+std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
+
+DeviceIo::Status status(BOOL ok) { return {ok != FALSE, ok ? 0 : lastError()}; }
+
+class Win32Volumes : public VolumeService {
+ public:
+  std::uint32_t logicalDrives() override { return ::GetLogicalDrives(); }
+
+  std::uint32_t driveType(const std::wstring& root) override { return ::GetDriveTypeW(root.c_str()); }
+
+  VolumeInfo volumeInformation(const std::wstring& root) override {
+    wchar_t label[kLabelChars] = {};
+    wchar_t fileSystem[kFileSystemChars] = {};
+    DWORD serial = 0, maxComponent = 0, flags = 0;
+    if (!::GetVolumeInformationW(root.c_str(), label, kLabelChars, &serial, &maxComponent, &flags, fileSystem,
+                                 kFileSystemChars))
+      return {false, lastError(), L"", 0, L""};
+    return {true, 0, label, serial, fileSystem};
+  }
+
+  FreeSpace diskFreeSpace(const std::wstring& root) override {
+    DWORD spc = 0, bps = 0, freeClusters = 0, totalClusters = 0;
+    if (!::GetDiskFreeSpaceW(root.c_str(), &spc, &bps, &freeClusters, &totalClusters))
+      return {false, lastError(), 0, 0, 0, 0};
+    return {true, 0, spc, bps, freeClusters, totalClusters};
+  }
+
+  FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) override {
+    ULARGE_INTEGER caller{}, total{}, free{};
+    if (!::GetDiskFreeSpaceExW(path.c_str(), &caller, &total, &free)) return {false, lastError(), 0, 0, 0};
+    return {true, 0, caller.QuadPart, total.QuadPart, free.QuadPart};
+  }
+
+  Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override {
+    std::vector<wchar_t> buffer(chars ? chars : 1, L'\0');
+    if (!::GetVolumeNameForVolumeMountPointW(mountPoint.c_str(), buffer.data(), chars))
+      return {false, lastError(), L""};
+    buffer.back() = L'\0';
+    return {true, 0, buffer.data()};
+  }
+
+  PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override {
+    std::vector<wchar_t> buffer(chars ? chars : 1, L'\0');
+    DWORD needed = 0;
+    if (!::GetVolumePathNamesForVolumeNameW(volumeName.c_str(), buffer.data(), chars, &needed)) {
+      const std::uint32_t error = lastError();
+      return {false, error, {}, error == ERROR_MORE_DATA ? needed : 0};
+    }
+    // Keep the names and the empty name that ends them (two terminators at least).
+    std::size_t end = 0;
+    while (end < buffer.size() && buffer[end] != L'\0') {
+      while (end < buffer.size() && buffer[end] != L'\0') ++end;
+      ++end;
+    }
+    std::vector<wchar_t> multi(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(std::min(end, buffer.size())));
+    multi.push_back(L'\0');
+    if (multi.size() == 1) multi.push_back(L'\0');
+    return {true, 0, std::move(multi), needed};
+  }
+
+  DeviceIo::Status setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override {
+    return status(::SetVolumeMountPointW(mountPoint.c_str(), volumeName.c_str()));
+  }
+
+  DeviceIo::Status deleteVolumeMountPoint(const std::wstring& mountPoint) override {
+    return status(::DeleteVolumeMountPointW(mountPoint.c_str()));
+  }
+
+  DeviceIo::Status setVolumeLabel(const std::wstring& root, const std::wstring* label) override {
+    return status(::SetVolumeLabelW(root.c_str(), label ? label->c_str() : nullptr));
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<VolumeService> makeVolumeService() { return std::make_unique<Win32Volumes>(); }
+
+}  // namespace vmd::win32
