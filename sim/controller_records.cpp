@@ -1,10 +1,83 @@
 #include "sim/controller_model.h"
 
+#include <cstring>
+#include <stdexcept>
+
+#include "controller/codes.h"
+#include "sim/record_layout.h"
+
 namespace vmd::sim {
 
-ControllerModel::Reply ControllerModel::recordRequest(std::uint32_t, In, std::uint32_t, Out,
-                                                  std::uint32_t) {
-  return {0, 1};  // not answered yet
+namespace {
+
+constexpr std::uint32_t kInvalidFunction = 1;
+constexpr std::uint32_t kFileNotFound = 2;
+constexpr std::uint32_t kGenFailure = 31;
+constexpr std::uint32_t kInvalidParameter = 87;
+constexpr std::uint32_t kInsufficientBuffer = 122;
+
+std::uint32_t le32(const std::uint8_t* p) {
+  return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
+         (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+
+void putLe32(std::uint8_t* p, std::uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+
+// The 12-byte per-disk request head: sizes 12 and 12, then port, path, target, lun.
+bool validDiskHead(const std::uint8_t* in, std::uint32_t inSize) {
+  return in && inSize >= 12 && le32(in) == 12 && le32(in + 4) == 12;
+}
+
+json* findDisk(json& controller, std::uint32_t index) {
+  if (!controller.contains("disks") || !controller["disks"].is_array()) return nullptr;
+  for (auto& d : controller["disks"])
+    if (d.contains("index") && parseNumber(d["index"]) == index) return &d;
+  return nullptr;
+}
+
+// Error for an output buffer too small for the whole reply; the program grows
+// its buffer on 122 and on 234.
+std::uint32_t shortBufferError(const json& controller) {
+  return controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : kInsufficientBuffer;
+}
+
+// 0x4601c: the 12-byte head (as the request, its total length covering the
+// record) followed by the disk's settings record.
+ControllerModel::Reply readSettingsRecord(json& controller, const std::uint8_t* in, std::uint32_t inSize,
+                                          std::uint8_t* out, std::uint32_t outSize) {
+  if (!validDiskHead(in, inSize)) return {0, kInvalidParameter};
+  const json* disk = findDisk(controller, in[10]);
+  if (!disk) return {0, kFileNotFound};
+  RecordBytes record;
+  try {
+    record = diskRecord(*disk);
+  } catch (const std::exception&) {
+    return {0, kGenFailure};  // settings the record layout cannot hold, or bad hex
+  }
+  const std::size_t needed = 12 + record.size();
+  if (!out || outSize < needed) return {0, shortBufferError(controller)};
+  putLe32(out, 12);
+  putLe32(out + 4, static_cast<std::uint32_t>(needed));
+  std::memcpy(out + 8, in + 8, 4);
+  if (!record.empty()) std::memcpy(out + 12, record.data(), record.size());
+  return {static_cast<std::uint32_t>(needed), 0};
+}
+
+}  // namespace
+
+ControllerModel::Reply ControllerModel::recordRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out,
+                                                      std::uint32_t outSize) {
+  switch (code) {
+    case ioctl::ReadDiskSettingsRecord:
+      return readSettingsRecord(c_, in, inSize, out, outSize);
+
+    // ---- QueryDiskStatus (0x4606C): the disk's live status record goes here. ----
+
+    default:
+      return {0, kInvalidFunction};
+  }
 }
 
 }  // namespace vmd::sim
