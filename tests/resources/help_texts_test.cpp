@@ -1,7 +1,5 @@
 // The per-command help texts are what an administrator reads after "vmdctl ? <command>"; these tests hold
 // them to their fixed heads and to one layout: option forms, the description column, shared wordings.
-#include "resources/catalogue_data.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -10,20 +8,22 @@
 #include <string>
 #include <vector>
 
+#include "resources/catalogue_data.h"
+
 namespace vmd {
 namespace {
 
 constexpr std::size_t kDescriptionColumn = 30;  // zero-based: the 31st character of the line
 constexpr std::size_t kMaxLineLength = 79;
 
-const std::wstring kIndexLine =
-    std::wstring(L"<index>") + std::wstring(kDescriptionColumn - 7, L' ') + L"Specifies the index of virtual disk [0-127].";
+const std::wstring kIndexLine = std::wstring(L"<index>") + std::wstring(kDescriptionColumn - 7, L' ') +
+                                L"Specifies the index of virtual disk [0-127].";
 
 const std::vector<std::wstring> kSettingsOptions = {
-    L"-n, -size",   L"-t, -type",   L"-d, -drive", L"-v, -volatile", L"-m, -dmm",    L"-i, -im",
-    L"-p, -pd",     L"-f, -fs",     L"-c, -clus",  L"-l, -label",    L"-X, -nc",     L"-N, -nni",
-    L"-Q, -np",     L"-T, -temp",   L"-r, -dir",   L"-z, -vsn",      L"-I, -image",  L"-L, -nosave",
-    L"-D, -delay",  L"-F, -format", L"-K, -timing", L"-g, -skipsave", L"-s, -silent"};
+    L"-n, -size",  L"-t, -type",   L"-d, -drive",  L"-v, -volatile", L"-m, -dmm",   L"-i, -im",
+    L"-p, -pd",    L"-f, -fs",     L"-c, -clus",   L"-l, -label",    L"-X, -nc",    L"-N, -nni",
+    L"-Q, -np",    L"-T, -temp",   L"-r, -dir",    L"-z, -vsn",      L"-I, -image", L"-L, -nosave",
+    L"-D, -delay", L"-F, -format", L"-K, -timing", L"-g, -skipsave", L"-s, -silent"};
 
 struct HelpText {
   std::uint32_t id;
@@ -36,20 +36,33 @@ struct HelpText {
 const std::vector<HelpText>& helpTexts() {
   static const std::vector<HelpText> texts = {
       {0x1100, L"ls", L"Lists all virtual disks.", L"%1 %2", {}},
-      {0x1200, L"add", L"Creates a new virtual disk.", L"%1 %2 [-n <disksize>] [-t <disktype>] [-d <letter>] [-v]",
-       kSettingsOptions},
-      {0x1300, L"del", L"Removes a virtual disk.", L"%1 %2 <index> [-g] [-s]", {L"-g, -skipsave", L"-s, -silent"}},
+      {0x1200, L"add", L"Creates a new virtual disk.",
+       L"%1 %2 [-n <disksize>] [-t <disktype>] [-d <letter>] [-v]", kSettingsOptions},
+      {0x1300,
+       L"del",
+       L"Removes a virtual disk.",
+       L"%1 %2 <index> [-g] [-s]",
+       {L"-g, -skipsave", L"-s, -silent"}},
       {0x1400, L"view", L"Displays the settings and status of a virtual disk.", L"%1 %2 <index>", {}},
       {0x1500, L"edit", L"Changes the settings of a virtual disk.",
        L"%1 %2 <index> [-n <disksize>] [-t <disktype>] [-d <letter>] [-v]", kSettingsOptions},
       {0x1600, L"rebuild", L"Removes the specified disk first, and then recreates it with new seetings. ",
        L"%1 %2 <index> [-g] [-s] ", kSettingsOptions},
       {0x1700, L"init", L"Reinitializes a virtual disk.", L"%1 %2 <index> [-s]", {L"-s, -silent"}},
-      {0x1800, L"save", L"Saves the disk contents to an image file.", L"%1 %2 <index> [-a <file> [-F <format>]] [-s]",
+      {0x1800,
+       L"save",
+       L"Saves the disk contents to an image file.",
+       L"%1 %2 <index> [-a <file> [-F <format>]] [-s]",
        {L"-a, -saveas", L"-F, -format", L"-s, -silent"}},
-      {0x1900, L"export", L"Exports the disk settings as a disk descriptor file.", L"%1 %2 <index> -f <file> [-s]",
+      {0x1900,
+       L"export",
+       L"Exports the disk settings as a disk descriptor file.",
+       L"%1 %2 <index> -f <file> [-s]",
        {L"-f, -file", L"-s, -silent"}},
-      {0x1A00, L"im", L"Manages the Invisible Memory.", L"%1 %2 [<sub-command>] [<option>...]",
+      {0x1A00,
+       L"im",
+       L"Manages the Invisible Memory.",
+       L"%1 %2 [<sub-command>] [<option>...]",
        {L"-r, -rsvd", L"-q, -quota", L"-l, -loc", L"-n, -nohiber", L"-s, -silent"}},
       {0x1B00, L"mem", L"Displays current system memory information.", L"%1 %2", {}},
       {0x1C00, L"ver", L"Displays version information.", L"%1 %2", {}},
@@ -82,7 +95,9 @@ std::vector<std::wstring> lines(std::uint32_t id) {
   return out;
 }
 
-bool startsWith(const std::wstring& s, const std::wstring& head) { return s.compare(0, head.size(), head) == 0; }
+bool startsWith(const std::wstring& s, const std::wstring& head) {
+  return s.compare(0, head.size(), head) == 0;
+}
 
 // Synopsis: line 3 and its indented continuation lines, up to the first empty line.
 std::size_t synopsisEnd(const std::vector<std::wstring>& text) {
@@ -162,7 +177,8 @@ TEST(HelpTexts, EveryOptionIsListedWithItsDescriptionAtColumn31) {
       std::size_t at = 0;
       while (at < block.size()) {
         const std::wstring& l = block[at];
-        if (startsWith(l, option) && (l.size() == option.size() || l[option.size()] == L' ' || l[option.size()] == L'['))
+        if (startsWith(l, option) &&
+            (l.size() == option.size() || l[option.size()] == L' ' || l[option.size()] == L'['))
           break;
         ++at;
       }
@@ -198,7 +214,8 @@ TEST(HelpTexts, OptionBlockLinesKeepTheDescriptionColumn) {
 TEST(HelpTexts, SettingsCommandsLeaveTheNodeOptionUndocumented) {
   const std::wregex node(L"(^|[ \\[])-e([ ,\\]=<]|$)|-node");
   for (std::uint32_t id : {0x1200u, 0x1500u, 0x1600u}) {
-    for (const std::wstring& l : lines(id)) EXPECT_FALSE(std::regex_search(l, node)) << std::string(l.begin(), l.end());
+    for (const std::wstring& l : lines(id))
+      EXPECT_FALSE(std::regex_search(l, node)) << std::string(l.begin(), l.end());
   }
 }
 
@@ -243,7 +260,8 @@ TEST(HelpTexts, ImHelpWritesQuarnelInCapitals) {
     if (l.find(L"non-" + phrase) != std::wstring::npos) nonQuarnel = true;
     for (std::size_t at = l.find(phrase); at != std::wstring::npos; at = l.find(phrase, at + 1))
       if (at < 4 || l.compare(at - 4, 4, L"non-") != 0) quarnel = true;
-    for (std::wsregex_iterator m(l.begin(), l.end(), anyCase), end; m != end; ++m) EXPECT_EQ(m->str(), L"QUARNEL");
+    for (std::wsregex_iterator m(l.begin(), l.end(), anyCase), end; m != end; ++m)
+      EXPECT_EQ(m->str(), L"QUARNEL");
   }
   EXPECT_TRUE(nonQuarnel);
   EXPECT_TRUE(quarnel);
