@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "controller/codes.h"
+#include "sim/controller_status.h"
 #include "sim/record_layout.h"
 
 namespace vmd::sim {
@@ -73,7 +74,8 @@ ControllerModel::Reply ControllerModel::recordRequest(std::uint32_t code, In in,
     case ioctl::ReadDiskSettingsRecord:
       return readSettingsRecord(c_, in, inSize, out, outSize);
 
-    // ---- QueryDiskStatus (0x4606C): the disk's live status record goes here. ----
+    case ioctl::QueryDiskStatus:
+      return diskStatusReply(c_, in, inSize, out, outSize);
 
     default:
       return {0, kInvalidFunction};

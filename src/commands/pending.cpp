@@ -13,16 +13,12 @@ CommandResult notInThisBuild(App& app, const wchar_t* name) {
 }
 }  // namespace
 
-CommandResult lsCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"ls"); }
 CommandResult addCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"add"); }
 CommandResult delCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"del"); }
-CommandResult viewCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"view"); }
 CommandResult editCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"edit"); }
 CommandResult rebuildCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"rebuild"); }
 CommandResult initCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"init"); }
 CommandResult saveCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"save"); }
 CommandResult exportCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"export"); }
-CommandResult imCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"im"); }
-CommandResult memCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"mem"); }
 
 }  // namespace vmd

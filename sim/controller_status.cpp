@@ -1,0 +1,61 @@
+#include "sim/controller_status.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include "sim/sim_services.h"
+
+namespace vmd::sim {
+
+namespace {
+
+constexpr std::uint32_t kFileNotFound = 2;
+constexpr std::uint32_t kGenFailure = 31;
+constexpr std::uint32_t kInvalidParameter = 87;
+constexpr std::uint32_t kInsufficientBuffer = 122;
+
+std::uint32_t le32(const std::uint8_t* p) {
+  return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
+         (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+
+}  // namespace
+
+RecordBytes diskStatusRecord(const json& disk) {
+  if (disk.contains("statusRecord")) return fromHex(disk["statusRecord"].get<std::string>());
+  if (!disk.contains("status")) return diskRecord(disk);
+  // The readable status is laid over the disk's settings, whichever form they take.
+  json settings = disk.contains("settingsRecord") ? decodeRecord(diskRecord(disk))
+                                                  : disk.value("settings", json::object());
+  for (auto it = disk["status"].begin(); it != disk["status"].end(); ++it) settings[it.key()] = it.value();
+  json described = disk;
+  described.erase("settingsRecord");
+  described["settings"] = settings;
+  return diskRecord(described);
+}
+
+ControllerModel::Reply diskStatusReply(json& controller, const std::uint8_t* in, std::uint32_t inSize,
+                                       std::uint8_t* out, std::uint32_t outSize) {
+  if (!in || inSize != 12 || le32(in) != 12 || le32(in + 4) != 12 || in[8] != 0 || in[9] != 0 || in[11] != 0)
+    return {0, kInvalidParameter};
+  const json* disk = nullptr;
+  if (controller.contains("disks") && controller["disks"].is_array())
+    for (const json& d : controller["disks"])
+      if (!disk && d.contains("index") && parseNumber(d["index"]) == in[10]) disk = &d;
+  if (!disk) return {0, kFileNotFound};
+  RecordBytes record;
+  try {
+    record = diskStatusRecord(*disk);
+  } catch (const std::exception&) {
+    return {0, kGenFailure};
+  }
+  if (!out || outSize < record.size()) {
+    const std::uint32_t error =
+        controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : kInsufficientBuffer;
+    return {0, error};
+  }
+  if (!record.empty()) std::memcpy(out, record.data(), record.size());
+  return {static_cast<std::uint32_t>(record.size()), 0};
+}
+
+}  // namespace vmd::sim

@@ -1,0 +1,117 @@
+// view <index>: the disk's settings as the controller holds them, its live
+// status, and what the system reports for each of its volumes. Changes nothing.
+#include "commands/view_command.h"
+
+#include "commands/commands.h"
+#include "controller/controller.h"
+#include "controller/inventory.h"
+#include "settings/image_file.h"
+#include "settings/settings_record.h"
+#include "settings/settings_report.h"
+
+namespace vmd {
+
+namespace {
+
+constexpr std::uint32_t kVolumeNameChars = 260;
+constexpr std::uint32_t kPathNamesChars = 261;
+// Each retry asks for the length the system named; a volume whose mount
+// points keep growing under us is given up after this many tries.
+constexpr int kPathNamesTries = 16;
+
+std::wstring clusterText(Output& out, std::uint32_t bytes) {
+  if (bytes >= 1024) return format(L"%d ", bytes >> 10) + out.str(strid::UnitKB);
+  return format(L"%d", bytes);
+}
+
+}  // namespace
+
+std::optional<std::vector<wchar_t>> QueryVolumePathNames(App& app, const std::wstring& volumeName) {
+  std::uint32_t chars = kPathNamesChars;
+  for (int tries = 0; tries < kPathNamesTries; ++tries) {
+    VolumeService::PathNames r = app.sys.volumes.volumePathNames(volumeName, chars);
+    if (r.ok) return std::move(r.multiString);
+    if (r.error != syserr::MoreData) return std::nullopt;
+    chars = r.needed;
+  }
+  return std::nullopt;
+}
+
+void PrintVolumeDetails(App& app, const std::wstring& path, bool rootPath) {
+  Output& out = app.io;
+  if (!rootPath) {
+    const std::optional<std::vector<wchar_t>> names = QueryVolumePathNames(app, path);
+    std::wstring shown = path;
+    if (names && !names->empty() && (*names)[0] != 0) shown.assign(names->data());
+    out.out(L"Volume: %s\n", shown);
+  } else if (!path.empty() && path[0] == L'\\') {
+    out.out(L"Volume: \n");  // a device path names no mount point
+  } else {
+    out.out(L"Volume: %s\n", path);
+  }
+
+  const VolumeService::VolumeInfo info = app.sys.volumes.volumeInformation(path);
+  if (!info.ok) return;
+  out.out(L"File system: %s\n", info.fileSystem);
+  const VolumeService::FreeSpace space = app.sys.volumes.diskFreeSpace(path);
+  const std::uint32_t cluster = space.sectorsPerCluster * space.bytesPerSector;
+  if (space.ok && cluster != 0) out.out(L"Cluster size: %s\n", clusterText(out, cluster));
+  out.out(L"Volume label: %s\n", info.label);
+  const VolumeService::FreeSpaceEx size = app.sys.volumes.diskFreeSpaceEx(path);
+  if (size.ok) out.out(L"Volume size: %s\n", FormatByteSize(out, size.totalBytes));
+  out.out(L"Volume serial number: %04X-%04X\n", info.serial >> 16, info.serial & 0xFFFF);
+}
+
+CommandResult PrintDiskStatus(App& app, DiskInventory& inventory, const DiskInfo& disk) {
+  const std::optional<DiskStatus> status = QueryDiskStatus(app.controller, disk.number);
+  if (!status) {
+    app.io.errStr(strid::StatusFailed);
+    return Failed;
+  }
+  DiskSettings settings;
+  DiskSettingsFromRecord(*status, settings);
+  app.io.out(L"\nDisk #%d Status\n", static_cast<int>(disk.number));
+  PrintDiskSettings(app.io, settings, reportmode::Status);
+
+  if (disk.directIo) {
+    // The controller owns the letter; without it the volume is read through
+    // the disk's own device.
+    const std::vector<wchar_t> letters = inventory.diskDriveLetters(disk.number, disk);
+    const std::wstring path =
+        letters.empty() ? diskDevicePath(disk.number) + L"\\" : format(L"%c:\\", letters.front());
+    PrintVolumeDetails(app, path, true);
+    app.io.out(kRule);
+    return Success;
+  }
+  for (const std::wstring& volume : inventory.diskVolumePaths(disk.number, false)) {
+    const VolumeService::Text name = app.sys.volumes.volumeNameForMountPoint(volume + L"\\", kVolumeNameChars);
+    if (!name.ok) continue;
+    PrintVolumeDetails(app, name.text, false);
+    app.io.out(kRule);
+  }
+  return Success;
+}
+
+CommandResult viewCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
+  if (!checkSession(app)) return Failed;
+  if (argc < 1) return InvalidUse;
+  DiskInventory inventory(app);
+  DiskInfo disk;
+  if (const CommandResult r = inventory.resolveDiskIndex(argv, disk); r != Success) return r;
+
+  const std::optional<Bytes> record = ReadDiskSettingsRecord(app, disk.number);
+  if (!record) {
+    app.io.errStr(strid::SettingsFailed);
+    return Failed;
+  }
+  DiskSettings settings;
+  DiskSettingsFromRecord(*record, settings);
+  app.io.out(L"\nDisk #%d Settings\n", static_cast<int>(disk.number));
+  PrintDiskSettings(app.io, settings, reportmode::Settings);
+
+  // A failed status read has printed its error; the command still succeeds.
+  PrintDiskStatus(app, inventory, disk);
+  return Success;
+}
+
+}  // namespace vmd

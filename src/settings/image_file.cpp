@@ -1,0 +1,59 @@
+#include "settings/image_file.h"
+
+#include "controller/bytes.h"
+#include "controller/codes.h"
+#include "settings/disk_settings.h"
+#include "settings/settings_record.h"
+#include "shell/text_codec.h"
+
+namespace vmd {
+
+int DetectImageFormat(FileService& files, const std::wstring& path, std::uint64_t* diskSize, std::uint32_t* level) {
+  const std::optional<Bytes> head = files.readHead(path, imagehead::Bytes);
+  if (!head || head->size() < imagehead::Bytes) return kImageFormatUnknown;
+  const std::uint64_t magic = get64(*head, 0);
+  if (magic == imagemagic::Smart) {
+    if (diskSize) *diskSize = get64(*head, imagehead::SmartDiskSize);
+    return static_cast<int>(imageformat::Smart);
+  }
+  if (magic == imagemagic::Compr) {
+    if (diskSize) *diskSize = get64(*head, imagehead::ComprDiskSize);
+    if (level) *level = get32(*head, imagehead::ComprLevel);
+    return static_cast<int>(imageformat::Compr);
+  }
+  if ((*head)[510] == 0x55 && (*head)[511] == 0xAA) {
+    if (diskSize) {
+      const FileService::Size size = files.fileSize(path);
+      *diskSize = size.ok ? size.bytes : 0;
+    }
+    return static_cast<int>(imageformat::Plain);
+  }
+  return kImageFormatUnknown;
+}
+
+std::optional<DiskStatus> QueryDiskStatus(CQnIoCtrl& controller, std::uint8_t index) {
+  return RequestGrowingReply(controller, ioctl::QueryDiskStatus, index, 0);
+}
+
+ImageFileStatus ParseImageFileStatus(const DiskStatus& status) {
+  using R = DiskSettingsRecord;
+  ImageFileStatus st;
+  const R::Section substance = R::substance(status);
+  if (substance.present()) {
+    st.smartCapable = (get32(status, substance.offset + R::Substance::Flags) & substance::Hybrid) != 0;
+    st.noFilePart = get64(status, substance.offset + R::Substance::DriveShare) == 0;
+  }
+  const R::Section image = R::image(status);
+  if (image.present()) {
+    const std::uint32_t flags = get32(status, image.offset + R::Image::Flags);
+    st.imagePath = readUtf16z(status.data(), status.size(), image.offset + R::Image::Path + R::PathPrefixBytes);
+    st.loadOnly = (flags & imageflag::SaveSet) == 0;
+    st.delayLoad = (flags & imageflag::DelayLoad) != 0;
+    st.quickSave = (flags & imageflag::QuickSave) != 0;
+    st.timingSave = (flags & imageflag::TimingSave) != 0;
+    st.realTimeSave = (flags & imageflag::RealTimeSave) != 0;
+  }
+  return st;
+}
+
+}  // namespace vmd
