@@ -76,6 +76,11 @@ std::optional<json> SimVolumes::resolveRoot(Machine& m, const std::string& root)
     return merged;
   }
   if (json* v = findVolume(m, root)) return *v;
+  // The device that holds the volume itself, as a Direct-IO disk's
+  // "\\.\VelmoRdDevPort0Target<n>\".
+  const std::string asDevice = lower(withSlash(root));
+  for (auto& v : m.state["volumes"])
+    if (v.contains("devicePath") && lower(withSlash(v["devicePath"].get<std::string>())) == asDevice) return v;
   // A folder mount point.
   const std::string key = lower(withSlash(root));
   for (auto& v : m.state["volumes"])
