@@ -1,10 +1,164 @@
+// The controller's disk queries: the bitmap of existing disks, one disk's
+// info record, its system disk number, and which disk owns a DOS drive name.
+//
+// state.controller.disks[]: {index, size (bytes), image, good, directIo,
+//   letter (Direct-IO), systemDiskNumber (SCSI; default 1 + index), signature}
+//   — further keys belong to the settings and status records.
+// state.controller.dosNameOwners: {"X": target | null}; when absent, each
+//   Direct-IO disk owns its own letter.
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "controller/codes.h"
+#include "shell/text_codec.h"
 #include "sim/controller_model.h"
 
 namespace vmd::sim {
 
-ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t, In, std::uint32_t, Out,
-                                                  std::uint32_t) {
-  return {0, 1};  // not answered yet
+namespace {
+
+constexpr std::uint32_t kFileNotFound = 2;
+constexpr std::uint32_t kNotSupported = 50;
+constexpr std::uint32_t kInvalidParameter = 87;
+constexpr std::uint32_t kInsufficientBuffer = 122;
+constexpr std::uint32_t kFileDeviceDisk = 7;
+
+std::uint64_t number64(const json& v) {
+  if (v.is_number_unsigned()) return v.get<std::uint64_t>();
+  if (v.is_number_integer()) return static_cast<std::uint64_t>(v.get<std::int64_t>());
+  if (v.is_boolean()) return v.get<bool>() ? 1 : 0;
+  if (v.is_string()) {
+    const std::string s = v.get<std::string>();
+    try {
+      return std::stoull(s, nullptr, 0);
+    } catch (...) {
+      throw std::runtime_error("not a number: " + s);
+    }
+  }
+  return 0;
+}
+
+bool flag(const json& disk, const char* key, bool otherwise) {
+  if (!disk.contains(key)) return otherwise;
+  const json& v = disk[key];
+  return v.is_boolean() ? v.get<bool>() : parseNumber(v) != 0;
+}
+
+void put32(std::uint8_t* p, std::uint64_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+void put64(std::uint8_t* p, std::uint64_t v) {
+  for (int i = 0; i < 8; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+std::uint32_t get32(const std::uint8_t* p) {
+  return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
+         (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+
+const json* findDisk(const json& controller, std::uint32_t index) {
+  const json& disks = controller["disks"];
+  if (!disks.is_array()) return nullptr;
+  for (const json& d : disks)
+    if (d.contains("index") && parseNumber(d["index"]) == index) return &d;
+  return nullptr;
+}
+
+char upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
+
+char diskLetter(const json& disk) {
+  const std::string l = disk.value("letter", std::string());
+  return l.empty() ? 0 : upper(l[0]);
+}
+
+// The 12-byte head of a per-disk query: lengths 12 and 12, port, path id and
+// logical unit 0, a target below 128. Returns the target, or nothing when the
+// driver would refuse the input.
+std::optional<std::uint32_t> headTarget(const std::uint8_t* in, std::uint32_t inSize) {
+  if (!in || inSize < 12) return std::nullopt;
+  if (get32(in) != 12 || get32(in + 4) != 12 || inSize != 12) return std::nullopt;
+  if (in[8] != 0 || in[9] != 0 || in[11] != 0 || in[10] >= 128) return std::nullopt;
+  return in[10];
+}
+
+void writeHead(std::uint8_t* out, std::uint32_t target) {
+  put32(out, 12);
+  put32(out + 4, 12);
+  out[8] = 0;
+  out[9] = 0;
+  out[10] = static_cast<std::uint8_t>(target);
+  out[11] = 0;
+}
+
+}  // namespace
+
+ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out,
+                                                    std::uint32_t outSize) {
+  switch (code) {
+    case ioctl::QueryDiskBitmap: {
+      if (outSize < 16) return {0, kInsufficientBuffer};
+      for (int i = 0; i < 16; ++i) out[i] = 0;
+      for (const json& d : c_["disks"]) {
+        const std::uint32_t n = parseNumber(d.value("index", json(0)));
+        if (n < 128) out[n / 8] = static_cast<std::uint8_t>(out[n / 8] | (1u << (n % 8)));
+      }
+      return {16, 0};
+    }
+    case ioctl::QueryDiskInfo: {
+      const std::optional<std::uint32_t> target = headTarget(in, inSize);
+      if (!target) return {0, kInvalidParameter};
+      if (outSize < 32) return {0, kInsufficientBuffer};
+      const json* d = findDisk(c_, *target);
+      if (!d) return {0, kFileNotFound};
+      for (int i = 0; i < 32; ++i) out[i] = 0;
+      writeHead(out, *target);  // the head comes back, then the disk's own fields
+      out[14] = flag(*d, "image", false) ? 1 : 0;
+      out[15] = flag(*d, "good", true) ? 1 : 0;
+      put64(out + 16, d->contains("size") ? number64((*d)["size"]) : 0);
+      const bool directIo = flag(*d, "directIo", false);
+      out[24] = directIo ? 1 : 0;
+      out[25] = directIo ? static_cast<std::uint8_t>(diskLetter(*d)) : 0;
+      return {32, 0};
+    }
+    case ioctl::QueryDeviceNumber: {
+      const std::optional<std::uint32_t> target = headTarget(in, inSize);
+      if (!target) return {0, kInvalidParameter};
+      if (outSize < 12) return {0, kInsufficientBuffer};
+      const json* d = findDisk(c_, *target);
+      if (!d) return {0, kFileNotFound};
+      // A Direct-IO disk is not in the system's storage stack.
+      if (flag(*d, "directIo", false)) return {0, kNotSupported};
+      const std::uint32_t number =
+          d->contains("systemDiskNumber") ? parseNumber((*d)["systemDiskNumber"]) : 1 + *target;
+      put32(out, kFileDeviceDisk);
+      put32(out + 4, number);
+      put32(out + 8, 0);
+      return {12, 0};
+    }
+    case ioctl::QueryDosNameTarget: {
+      // "\??\X:" with its terminating zero, as UTF-16.
+      if (!in || inSize < 2 || inSize % 2 != 0 || in[inSize - 1] != 0 || in[inSize - 2] != 0)
+        return {0, kInvalidParameter};
+      if (outSize < 12) return {0, kInsufficientBuffer};
+      const std::string name = toUtf8(readUtf16z(in, inSize, 0));
+      if (name.size() != 6 || name.compare(0, 4, "\\??\\") != 0 || name[5] != ':') return {0, kFileNotFound};
+      const char letter = upper(name[4]);
+      std::optional<std::uint32_t> owner;
+      if (c_.contains("dosNameOwners")) {
+        for (auto it = c_["dosNameOwners"].begin(); it != c_["dosNameOwners"].end(); ++it)
+          if (!it.key().empty() && upper(it.key()[0]) == letter && !it.value().is_null())
+            owner = parseNumber(it.value());
+      } else {
+        for (const json& d : c_["disks"])
+          if (flag(d, "directIo", false) && diskLetter(d) == letter) owner = parseNumber(d["index"]);
+      }
+      if (!owner) return {0, kFileNotFound};
+      writeHead(out, *owner);
+      return {12, 0};
+    }
+    default:
+      return {0, 1};  // not answered yet
+  }
 }
 
 }  // namespace vmd::sim

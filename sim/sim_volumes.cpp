@@ -76,6 +76,11 @@ std::optional<json> SimVolumes::resolveRoot(Machine& m, const std::string& root)
     return merged;
   }
   if (json* v = findVolume(m, root)) return *v;
+  // A volume interface path, as the volume interface class enumerates it.
+  const std::string asInterface = lower(withSlash(root));
+  for (auto& v : m.state["volumes"])
+    if (v.contains("interfacePath") && lower(withSlash(v["interfacePath"].get<std::string>())) == asInterface)
+      return v;
   // The device that holds the volume itself, as a Direct-IO disk's
   // "\\.\VelmoRdDevPort0Target<n>\".
   const std::string asDevice = lower(withSlash(root));
@@ -152,7 +157,13 @@ std::uint32_t SimVolumes::driveType(const std::wstring& wroot) {
   }
   std::optional<json> v = resolveRoot(m_, root);
   if (!v) return drivetype::NoRootDir;
-  return driveTypeCode(v->value("type", json("fixed")));
+  if (v->contains("type")) return driveTypeCode((*v)["type"]);
+  // A volume has the type of the drive that shows it, else it is fixed.
+  const std::string name = lower(withSlash(v->value("name", std::string())));
+  for (const auto& d : m_.state["drives"])
+    if (d.contains("volume") && lower(withSlash(d["volume"].get<std::string>())) == name && d.contains("type"))
+      return driveTypeCode(d["type"]);
+  return drivetype::Fixed;
 }
 
 VolumeService::VolumeInfo SimVolumes::volumeInformation(const std::wstring& wroot) {

@@ -1,5 +1,6 @@
 // Which disks the controller has, what one disk is, and which drive letters
-// and volume paths belong to it. Nothing is cached between commands.
+// and volume paths belong to it. Nothing is cached between commands: a
+// command makes one DiskInventory and it lives as long as the command.
 #pragma once
 
 #include <array>
@@ -26,20 +27,36 @@ struct DiskInfo {
 
 DiskInfo parseDiskInfo(const std::uint8_t (&raw)[32]);
 
+// Disk numbers of a QueryDiskBitmap answer, ascending.
+std::vector<std::uint8_t> disksInBitmap(const std::array<std::uint8_t, 16>& bitmap);
+
+// The system disk numbers of an IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS answer
+// (count, padding, then 24-byte extents), one per extent; extents that would
+// lie beyond `size` bytes are not read.
+std::vector<std::uint32_t> extentDiskNumbers(const std::uint8_t* data, std::size_t size);
+
 class DiskInventory {
  public:
   explicit DiskInventory(App& app) : app_(app) {}
 
-  // argv[0] is the index text. 0 with `info` filled, or Failed after the message.
+  // argv[0] is the index text (the caller has checked there is one). 0 with
+  // `info` filled, or Failed after the reason has been printed.
   CommandResult resolveDiskIndex(wchar_t** argv, DiskInfo& info);
 
+  // Nothing on failure, with the system error in *error when asked for.
   std::optional<std::array<std::uint8_t, 16>> queryDiskBitmap(std::uint32_t* error = nullptr);
   std::optional<DiskInfo> queryDiskInfo(std::uint8_t number);
 
+  // Possibly empty; failures along the way give an empty list. The letters of
+  // SCSI disks come from a letter map built at the first call and kept for
+  // the life of this object.
   std::vector<wchar_t> diskDriveLetters(std::uint8_t number, const DiskInfo& info);
+  // The volume map is built afresh for each call.
   std::vector<std::wstring> diskVolumePaths(std::uint8_t number, bool directIo);
 
-  // System disk number -> letters (ascending) / volume interface paths.
+  // System disk number -> letters (ascending) / volume interface paths
+  // (enumeration order). A volume with several extents on one disk appears
+  // once per extent.
   using LetterMap = std::map<std::uint32_t, std::vector<wchar_t>>;
   using VolumeMap = std::map<std::uint32_t, std::vector<std::wstring>>;
   LetterMap buildLetterMap();
@@ -47,9 +64,11 @@ class DiskInventory {
 
  private:
   std::optional<std::uint32_t> queryDeviceNumber(std::uint8_t number);
+  // Extents of a volume opened by `path`; nothing when the open or the request fails.
+  std::optional<std::vector<std::uint32_t>> volumeExtentDisks(const std::wstring& path);
 
   App& app_;
-  std::optional<LetterMap> letters_;  // built at most once per run
+  std::optional<LetterMap> letters_;  // built at most once per command
 };
 
 }  // namespace vmd

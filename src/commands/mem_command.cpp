@@ -1,0 +1,26 @@
+// `mem`: free and total Invisible Memory held for this product, and free and
+// total memory that the operating system manages.
+#include "commands/commands.h"
+#include "controller/im_status.h"
+
+namespace vmd {
+
+CommandResult memCommand(App& app, const wchar_t*, int, wchar_t**) {
+  if (!checkSession(app)) return Failed;
+  std::uint64_t freeBytes = 0, totalBytes = 0;
+  app.io.out(L"OS Invisible Memory (Free/Total): ");
+  if (getImFreeTotal(app.controller, &freeBytes, &totalBytes))
+    app.io.out(L"%u/%u MB", static_cast<std::uint32_t>(freeBytes >> 20), static_cast<std::uint32_t>(totalBytes >> 20));
+  else
+    app.io.out(L"N/A");
+  app.io.out(L"\n");
+  app.io.out(L"OS Managed Memory (Free/Total): ");
+  if (const auto memory = app.sys.system.memoryStatus())
+    app.io.out(L"%I64u/%I64u MB", memory->availPhys >> 20, memory->totalPhys >> 20);
+  else
+    app.io.out(L"N/A");
+  app.io.out(L"\n");
+  return Success;
+}
+
+}  // namespace vmd
