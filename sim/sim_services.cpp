@@ -22,6 +22,58 @@ std::string stripSlash(std::string s) {
 constexpr std::uint32_t kAttrDirectory = 0x10;
 constexpr std::uint32_t kAttrNormal = 0x80;
 
+std::uint64_t number64(const json& v) {
+  if (v.is_number_unsigned()) return v.get<std::uint64_t>();
+  if (v.is_number_integer()) return static_cast<std::uint64_t>(v.get<std::int64_t>());
+  if (v.is_string()) {
+    try {
+      return std::stoull(v.get<std::string>(), nullptr, 0);
+    } catch (...) {
+      throw std::runtime_error("not a number: " + v.get<std::string>());
+    }
+  }
+  return 0;
+}
+
+void putLE(Bytes& b, std::size_t at, int width, std::uint64_t v) {
+  for (int i = 0; i < width; ++i) b[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+
+// The first sector of an image file described by format, disk size and level.
+Bytes imageHead(const json& image) {
+  Bytes h(512, 0);
+  const std::string format = lower(image.value("format", std::string("plain")));
+  const std::uint64_t diskSize = number64(image.value("diskSize", json(0)));
+  if (format == "smart") {
+    putLE(h, 0, 8, 0x6820224927880486ull);
+    putLE(h, 40, 8, diskSize);
+  } else if (format == "compr") {
+    putLE(h, 0, 8, 0x8602113816328511ull);
+    putLE(h, 20, 4, number64(image.value("level", json(1))));
+    putLE(h, 24, 8, diskSize);
+  } else if (format == "plain") {
+    h[510] = 0x55;
+    h[511] = 0xAA;
+  } else {
+    throw std::runtime_error("unknown image format: " + format);
+  }
+  return h;
+}
+
+Bytes describedHead(const json& f) {
+  if (f.contains("head")) return fromHex(f["head"].get<std::string>());
+  if (f.contains("image")) return imageHead(f["image"]);
+  return {};
+}
+
+// A file's length: its "size", else a PLAIN image's disk size, else the length of its head.
+std::uint64_t describedSize(const json& f, const Bytes& head) {
+  if (f.contains("size")) return number64(f["size"]);
+  if (!f.contains("head") && f.contains("image") && lower(f["image"].value("format", std::string("plain"))) == "plain")
+    return number64(f["image"].value("diskSize", json(0)));
+  return head.size();
+}
+
 }  // namespace
 
 std::string toHex(const Bytes& b) {
@@ -84,9 +136,7 @@ FileService::Size SimFiles::fileSize(const std::wstring& wpath) {
   if (auto e = m_.fault("GetFileSize", 0, path)) return {false, *e, 0};
   json* f = findFile(m_, path);
   if (!f || f->value("directory", false)) return {false, syserr::FileNotFound, 0};
-  std::uint64_t size = f->value("size", std::uint64_t{0});
-  if (!f->contains("size") && f->contains("head")) size = fromHex((*f)["head"].get<std::string>()).size();
-  return {true, 0, size};
+  return {true, 0, describedSize(*f, describedHead(*f))};
 }
 
 std::optional<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t count) {
@@ -94,8 +144,8 @@ std::optional<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t
   if (m_.fault("ReadFile", 0, path)) return std::nullopt;
   json* f = findFile(m_, path);
   if (!f || f->value("directory", false) || f->value("readFails", false)) return std::nullopt;
-  Bytes head = f->contains("head") ? fromHex((*f)["head"].get<std::string>()) : Bytes();
-  std::uint64_t size = f->value("size", static_cast<std::uint64_t>(head.size()));
+  Bytes head = describedHead(*f);
+  const std::uint64_t size = describedSize(*f, head);
   // Bytes past the described head read as zeros, up to the file's size.
   const std::uint64_t n = size < count ? size : count;
   head.resize(static_cast<std::size_t>(n), 0);

@@ -1,7 +1,8 @@
 // Files, registry and system services of the simulated machine.
 //
 // state.files[]: {path, size?, attributes?, directory?, head? (hex of the
-//   first bytes), readFails?}
+//   first bytes), image? ({format: plain|smart|compr, diskSize, level}: the
+//   first sector of such an image file, when there is no head), readFails?}
 // state.registry: {"<key under HKLM>": {"<value>": {"type": "REG_DWORD" |
 //   "REG_BINARY", "data": number | "hex"}}}
 // state.host.memory: {totalPhys, availPhys, fails?}; state.host.windowsDirectory
