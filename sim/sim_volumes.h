@@ -3,7 +3,7 @@
 // state.drives[]: {letter, type, volume?, and any volume property to override}
 // state.volumes[]: {name (\\?\Volume{...}\), interfacePath, mountPoints[],
 //   fileSystem, label, serial, sectorsPerCluster, bytesPerSector, totalBytes,
-//   freeBytes, extents[{disk, offset, length}], present?, offline?,
+//   freeBytes, extents[{disk, offset, length}], present?, offline?, type?,
 //   devicePath? (the device that holds the volume, e.g. a Direct-IO disk's
 //   \\.\VelmoRdDevPort0Target<n>)}
 #pragma once
