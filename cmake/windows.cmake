@@ -56,3 +56,11 @@ target_link_libraries(vmdctl PRIVATE vmdctl_win32 vmdctl_core)
 
 vmd_windows_executable(vmdctl-sim ${CMAKE_SOURCE_DIR}/sim/main.cpp)
 target_link_libraries(vmdctl-sim PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core)
+
+# The Win32 services checked against the system they run on (Wine in the
+# tests: tests/wine/check_contract.py). Built with vmdctl-sim, the other
+# program that exists only for the tests.
+vmd_windows_executable(vmdctl-contract ${CMAKE_SOURCE_DIR}/tests/wine/win32_contract.cpp
+                       ${GEN_DIR}/catalogue_data.cpp)
+target_link_libraries(vmdctl-contract PRIVATE vmdctl_win32 vmdctl_core)
+add_dependencies(vmdctl-sim vmdctl-contract)

@@ -15,6 +15,14 @@ if [ -f "$prefix/.vmdctl-ready" ] && [ -f "$prefix/system.reg" ]; then
   exit 0
 fi
 mkdir -p "$prefix"
+# Tests started side by side may ask at once: one creates, the others wait.
+if command -v flock >/dev/null 2>&1; then
+  exec 9>"$prefix.lock"
+  flock 9
+  if [ -f "$prefix/.vmdctl-ready" ] && [ -f "$prefix/system.reg" ]; then
+    exit 0
+  fi
+fi
 export WINEPREFIX="$prefix" WINEDEBUG=-all
 # No desktop integration or Gecko/Mono prompts: the tests need none of it.
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"

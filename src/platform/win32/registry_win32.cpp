@@ -45,7 +45,7 @@ class Win32Registry : public Registry {
  public:
   std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override {
     RegKey opened;
-    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE, opened.receive()) != ERROR_SUCCESS)
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive()) != ERROR_SUCCESS)
       return std::nullopt;
     DWORD data = 0, size = sizeof(data), type = 0;
     if (::RegQueryValueExW(opened.get(), value.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&data), &size) !=

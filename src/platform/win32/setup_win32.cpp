@@ -1,4 +1,5 @@
 // Device-interface discovery through the setup API.
+#include <cstddef>
 #include <new>
 
 #include "platform/win32/win32.h"
@@ -15,6 +16,10 @@ constexpr DWORD kDetailHeadSize = 8;
 constexpr std::size_t kDetailPathOffset = 4;
 constexpr DWORD kFirstDetailSize = 520;
 constexpr DWORD kPresentProfileInterfaces = DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE;  // 0x1A
+static_assert(kPresentProfileInterfaces == 0x1A);
+static_assert(sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W) == kDetailHeadSize);
+static_assert(offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) == kDetailPathOffset);
+static_assert(sizeof(SP_DEVICE_INTERFACE_DATA) == 32 && sizeof(SP_DEVINFO_DATA) == 32);
 
 GUID toGuid(const InterfaceClass& c) {
   GUID g;
