@@ -26,9 +26,11 @@ void putLe32(std::uint8_t* p, std::uint32_t v) {
   for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
 }
 
-// The 12-byte per-disk request head: sizes 12 and 12, then port, path, target, lun.
+// The 12-byte per-disk request head exactly: lengths 12 and 12, port, path id
+// and logical unit 0, a target below 128.
 bool validDiskHead(const std::uint8_t* in, std::uint32_t inSize) {
-  return in && inSize >= 12 && le32(in) == 12 && le32(in + 4) == 12;
+  return in && inSize == 12 && le32(in) == 12 && le32(in + 4) == 12 && in[8] == 0 && in[9] == 0 &&
+         in[10] < 128 && in[11] == 0;
 }
 
 json* findDisk(json& controller, std::uint32_t index) {

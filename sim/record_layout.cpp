@@ -221,8 +221,12 @@ RecordBytes buildRecord(const json& s) {
 RecordBytes diskRecord(const json& disk) {
   if (disk.contains("settingsRecord")) return fromHex(disk["settingsRecord"].get<std::string>());
   json s = disk.value("settings", json::object());
-  for (const char* key : {"index", "signature", "sizeMb", "diskFlags", "driveLetter"})
+  // What the disk entry already says (its inventory keys) stands in for missing settings.
+  for (const char* key : {"index", "signature"})
     if (!s.contains(key) && disk.contains(key)) s[key] = disk[key];
+  if (!s.contains("sizeMb") && !s.contains("sizeBytes") && disk.contains("size")) s["sizeBytes"] = disk["size"];
+  if (!s.contains("diskFlags") && disk.value("directIo", false)) s["diskFlags"] = 0x01000000;
+  if (!s.contains("driveLetter") && disk.contains("letter")) s["driveLetter"] = disk["letter"];
   return buildRecord(s);
 }
 

@@ -16,7 +16,7 @@ namespace vmd::sim {
 using RecordBytes = std::vector<std::uint8_t>;
 
 // A record from readable settings (docs/simulator.md, "Disk settings
-// records"): {sizeMb, diskFlags, driveLetter, substanceFlags, imQuotaMb,
+// records"): {sizeMb (or sizeBytes), diskFlags, driveLetter, substanceFlags, imQuotaMb,
 // physicalDriveSizeMb, physicalDriveFile, numaNodeMasks[], volumeLabel,
 // clusterSize, fileSystem, fsFlags, fsExtraMask, everyonePermissions,
 // volumeSerial, customFolders[], imageFile, imageFlags, imageFormat,
@@ -25,9 +25,9 @@ using RecordBytes = std::vector<std::uint8_t>;
 RecordBytes buildRecord(const json& settings);
 
 // The record the controller keeps for one entry of controller.disks[]: its
-// "settingsRecord" hex taken as it stands, else built from its "settings"
-// (index, signature, sizeMb, diskFlags and driveLetter fall back to the
-// disk's own keys of those names).
+// "settingsRecord" hex taken as it stands, else built from its "settings";
+// the disk entry's index, signature, size (bytes), directIo and letter stand
+// in for settings that are not given.
 RecordBytes diskRecord(const json& disk);
 
 // Readable settings of a well-formed record, in the keys buildRecord takes.

@@ -78,11 +78,21 @@ TEST(SimRecordLayout, ImageWithoutFlagsIsASavedPlainImage) {
 }
 
 TEST(SimRecordLayout, DiskKeysStandInForMissingSettings) {
-  const json disk = {{"index", 9}, {"signature", "0xCAFEBABE"}, {"sizeMb", 64}, {"settings", {{"sizeMb", 32}}}};
+  const json disk = {{"index", 9}, {"signature", "0xCAFEBABE"}, {"size", 67108864}, {"settings", {{"sizeMb", 32}}}};
   const json d = decodeRecord(diskRecord(disk));
   EXPECT_EQ(d["index"], 9);
   EXPECT_EQ(d["signature"], "0xcafebabe");
   EXPECT_EQ(d["sizeMb"], 32);  // the settings win
+}
+
+TEST(SimRecordLayout, InventoryKeysOfTheDiskDescribeItsRecord) {
+  const json disk = {{"index", 2}, {"size", 67108864}, {"directIo", true}, {"letter", "R"}};
+  const json d = decodeRecord(diskRecord(disk));
+  EXPECT_EQ(d["index"], 2);
+  EXPECT_EQ(d["sizeMb"], 64);
+  EXPECT_EQ(d["diskFlags"], "0x01000000");
+  EXPECT_EQ(d["driveLetter"], "R");
+  EXPECT_EQ(d["volumeLabel"], "RAMDISK");
 }
 
 TEST(SimRecordLayout, RawRecordIsTakenAsItStands) {
