@@ -20,3 +20,5 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # The executables must need nothing but Windows' own DLLs: the GCC runtime,
 # the C++ library and winpthread are linked in.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
+# -municode (wmain as the entry) is given per executable in cmake/windows.cmake:
+# here it would also reach CMake's own test programs, whose entry is main.
