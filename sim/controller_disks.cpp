@@ -56,11 +56,20 @@ std::uint32_t get32(const std::uint8_t* p) {
          (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
 }
 
+bool hasIndex(const json& disk, std::uint32_t index) {
+  const auto it = disk.find("index");
+  return it != disk.end() && parseNumber(*it) == index;
+}
+
+// Disks are usually listed in ascending order without gaps, so the entry at
+// the disk's own position is tried before the whole list is walked.
 const json* findDisk(const json& controller, std::uint32_t index) {
-  const json& disks = controller["disks"];
-  if (!disks.is_array()) return nullptr;
+  const auto list = controller.find("disks");
+  if (list == controller.end() || !list->is_array()) return nullptr;
+  const json& disks = *list;
+  if (index < disks.size() && hasIndex(disks[index], index)) return &disks[index];
   for (const json& d : disks)
-    if (d.contains("index") && parseNumber(d["index"]) == index) return &d;
+    if (hasIndex(d, index)) return &d;
   return nullptr;
 }
 

@@ -1,5 +1,8 @@
 #include "controller/inventory.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "controller/bytes.h"
 #include "controller/codes.h"
 #include "controller/decimal.h"
