@@ -100,8 +100,9 @@ TEST(SimControllerDisks, DiskInfoRefusesAMalformedHead) {
   Model m(disks());
   EXPECT_EQ(m.send(ioctl::QueryDiskInfo, head(0, 16, 12), 32).error, 87u);
   EXPECT_EQ(m.send(ioctl::QueryDiskInfo, head(0, 12, 16), 32).error, 87u);
-  EXPECT_EQ(m.send(ioctl::QueryDiskInfo, std::vector<std::uint8_t>(head(0).begin(), head(0).begin() + 8), 32).error,
-            87u);
+  auto shortHead = head(0);
+  shortHead.resize(8);
+  EXPECT_EQ(m.send(ioctl::QueryDiskInfo, shortHead, 32).error, 87u);
   EXPECT_EQ(m.send(ioctl::QueryDiskInfo, {}, 32).error, 87u);
   auto port = head(0);
   port[8] = 1;
