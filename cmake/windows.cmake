@@ -34,6 +34,9 @@ add_custom_command(
           ${RES_SRC}/vmdctl.rc ${RES_SRC}/vmdctl.manifest
   COMMENT "Compiling the resources")
 set_source_files_properties(${RES_DIR}/vmdctl_res.o PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+# The generated files are made once, here, before any executable that uses
+# them; parallel targets would otherwise run the same commands side by side.
+add_custom_target(vmdctl_resources DEPENDS ${RES_DIR}/vmdctl_res.o ${GEN_DIR}/catalogue_data.cpp)
 
 # --- The Win32 side of the platform.
 file(GLOB WIN32_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/platform/win32/*.cpp)
@@ -49,6 +52,7 @@ function(vmd_windows_executable target)
   # wmain is the entry.
   target_compile_options(${target} PRIVATE -municode)
   target_link_options(${target} PRIVATE -municode)
+  add_dependencies(${target} vmdctl_resources)
 endfunction()
 
 vmd_windows_executable(vmdctl ${CMAKE_SOURCE_DIR}/src/platform/win32/main_win32.cpp)
