@@ -42,19 +42,23 @@ rows=$("$sim" --sim-state "$state" ls 2>/dev/null | grep -c '^#')
 [ "$rows" -eq 128 ] || { echo "expected 128 rows, found $rows" >&2; exit 1; }
 
 # EPOCHREALTIME is read by the shell itself: no other process is timed.
-times=()
-for ((i = 0; i < runs; i++)); do
-  start=$EPOCHREALTIME
-  "$sim" --sim-state "$state" ls >/dev/null 2>&1
-  end=$EPOCHREALTIME
-  start=${start/[.,]/}
-  end=${end/[.,]/}
-  times+=($((10#$end - 10#$start)))
-done
-printf '%s\n' "${times[@]}" | sort -n | awk -v runs="$runs" '
-  { t[NR] = $1 }
-  END {
-    m = (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2
-    printf "vmdctl-sim ls, 128 disks, 24 letters: median %.1f ms over %d runs (min %.1f, max %.1f)\n",
-           m / 1000, runs, t[1] / 1000, t[NR] / 1000
-  }'
+median() {  # label, then the command; prints the median wall time of $runs runs
+  local label=$1 times=() start end i
+  shift
+  for ((i = 0; i < runs; i++)); do
+    start=${EPOCHREALTIME/[.,]/}
+    "$@" >/dev/null 2>&1 || true
+    end=${EPOCHREALTIME/[.,]/}
+    times+=($((10#$end - 10#$start)))
+  done
+  printf '%s\n' "${times[@]}" | sort -n | awk -v label="$label" -v runs="$runs" '
+    { t[NR] = $1 }
+    END {
+      m = (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2
+      printf "%s: median %.1f ms over %d runs (min %.1f, max %.1f)\n", label, m / 1000, runs, t[1] / 1000, t[NR] / 1000
+    }'
+}
+
+median "vmdctl-sim ls, 128 disks, 24 letters" "$sim" --sim-state "$state" ls
+# The cost of starting the simulator at all, for comparison.
+median "vmdctl-sim ver, default machine" "$sim" --sim-state "$work/default.json" ver
