@@ -24,6 +24,8 @@ if(VMDCTL_WIN_BUILD_DIR)
   # One prefix for the whole run: creating it costs seconds.
   add_test(NAME wine.prefix COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/make_prefix.sh ${WINE_PREFIX})
   set_tests_properties(wine.prefix PROPERTIES FIXTURES_SETUP wineprefix)
+  add_test(NAME wine.stop COMMAND sh -c "WINEPREFIX='${WINE_PREFIX}' wineserver -k 2>/dev/null; exit 0")
+  set_tests_properties(wine.stop PROPERTIES FIXTURES_CLEANUP wineprefix)
   foreach(scn ${SCENARIOS})
     file(RELATIVE_PATH rel ${CMAKE_SOURCE_DIR}/tests/scenario/cases ${scn})
     string(REGEX REPLACE "\\.scn$" "" name ${rel})

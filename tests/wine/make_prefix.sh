@@ -11,7 +11,13 @@ case $prefix in
   /*) ;;
   *) prefix=$(pwd)/$prefix ;;
 esac
+# One server for the whole run: processes that start while a server is
+# shutting down can hang, and a running server makes every start faster.
+keep_server() {
+  WINEPREFIX="$prefix" WINEDEBUG=-all wineserver -p </dev/null >/dev/null 2>&1 || true
+}
 if [ -f "$prefix/.vmdctl-ready" ] && [ -f "$prefix/system.reg" ]; then
+  keep_server
   exit 0
 fi
 mkdir -p "$prefix"
@@ -20,6 +26,7 @@ if command -v flock >/dev/null 2>&1; then
   exec 9>"$prefix.lock"
   flock 9
   if [ -f "$prefix/.vmdctl-ready" ] && [ -f "$prefix/system.reg" ]; then
+    keep_server
     exit 0
   fi
 fi
@@ -33,3 +40,4 @@ if [ ! -f "$prefix/system.reg" ]; then
   exit 1
 fi
 touch "$prefix/.vmdctl-ready"
+keep_server
