@@ -12,32 +12,14 @@
 
 #include "controller/codes.h"
 #include "shell/text_codec.h"
+#include "platform/platform.h"
 #include "sim/controller_model.h"
 
 namespace vmd::sim {
 
 namespace {
 
-constexpr std::uint32_t kFileNotFound = 2;
-constexpr std::uint32_t kNotSupported = 50;
-constexpr std::uint32_t kInvalidParameter = 87;
-constexpr std::uint32_t kInsufficientBuffer = 122;
 constexpr std::uint32_t kFileDeviceDisk = 7;
-
-std::uint64_t number64(const json& v) {
-  if (v.is_number_unsigned()) return v.get<std::uint64_t>();
-  if (v.is_number_integer()) return static_cast<std::uint64_t>(v.get<std::int64_t>());
-  if (v.is_boolean()) return v.get<bool>() ? 1 : 0;
-  if (v.is_string()) {
-    const std::string s = v.get<std::string>();
-    try {
-      return std::stoull(s, nullptr, 0);
-    } catch (...) {
-      throw std::runtime_error("not a number: " + s);
-    }
-  }
-  return 0;
-}
 
 bool flag(const json& disk, const char* key, bool otherwise) {
   if (!disk.contains(key)) return otherwise;
@@ -45,12 +27,6 @@ bool flag(const json& disk, const char* key, bool otherwise) {
   return v.is_boolean() ? v.get<bool>() : parseNumber(v) != 0;
 }
 
-void put32(std::uint8_t* p, std::uint64_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-void put64(std::uint8_t* p, std::uint64_t v) {
-  for (int i = 0; i < 8; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
 std::uint32_t get32(const std::uint8_t* p) {
   return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
          (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
@@ -91,8 +67,8 @@ std::optional<std::uint32_t> headTarget(const std::uint8_t* in, std::uint32_t in
 }
 
 void writeHead(std::uint8_t* out, std::uint32_t target) {
-  put32(out, 12);
-  put32(out + 4, 12);
+  putLe32(out, 12);
+  putLe32(out + 4, 12);
   out[8] = 0;
   out[9] = 0;
   out[10] = static_cast<std::uint8_t>(target);
@@ -105,7 +81,7 @@ ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, s
                                                     std::uint32_t outSize) {
   switch (code) {
     case ioctl::QueryDiskBitmap: {
-      if (outSize < 16) return {0, kInsufficientBuffer};
+      if (outSize < 16) return {0, syserr::InsufficientBuffer};
       for (int i = 0; i < 16; ++i) out[i] = 0;
       for (const json& d : c_["disks"]) {
         const std::uint32_t n = parseNumber(d.value("index", json(0)));
@@ -115,15 +91,15 @@ ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, s
     }
     case ioctl::QueryDiskInfo: {
       const std::optional<std::uint32_t> target = headTarget(in, inSize);
-      if (!target) return {0, kInvalidParameter};
-      if (outSize < 32) return {0, kInsufficientBuffer};
+      if (!target) return {0, syserr::InvalidParameter};
+      if (outSize < 32) return {0, syserr::InsufficientBuffer};
       const json* d = findDisk(c_, *target);
-      if (!d) return {0, kFileNotFound};
+      if (!d) return {0, syserr::FileNotFound};
       for (int i = 0; i < 32; ++i) out[i] = 0;
       writeHead(out, *target);  // the head comes back, then the disk's own fields
       out[14] = flag(*d, "image", false) ? 1 : 0;
       out[15] = flag(*d, "good", true) ? 1 : 0;
-      put64(out + 16, d->contains("size") ? number64((*d)["size"]) : 0);
+      putLe64(out + 16, d->contains("size") ? parseNumber64((*d)["size"]) : 0);
       const bool directIo = flag(*d, "directIo", false);
       out[24] = directIo ? 1 : 0;
       out[25] = directIo ? static_cast<std::uint8_t>(diskLetter(*d)) : 0;
@@ -131,26 +107,26 @@ ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, s
     }
     case ioctl::QueryDeviceNumber: {
       const std::optional<std::uint32_t> target = headTarget(in, inSize);
-      if (!target) return {0, kInvalidParameter};
-      if (outSize < 12) return {0, kInsufficientBuffer};
+      if (!target) return {0, syserr::InvalidParameter};
+      if (outSize < 12) return {0, syserr::InsufficientBuffer};
       const json* d = findDisk(c_, *target);
-      if (!d) return {0, kFileNotFound};
+      if (!d) return {0, syserr::FileNotFound};
       // A Direct-IO disk is not in the system's storage stack.
-      if (flag(*d, "directIo", false)) return {0, kNotSupported};
+      if (flag(*d, "directIo", false)) return {0, syserr::NotSupported};
       const std::uint32_t number =
           d->contains("systemDiskNumber") ? parseNumber((*d)["systemDiskNumber"]) : 1 + *target;
-      put32(out, kFileDeviceDisk);
-      put32(out + 4, number);
-      put32(out + 8, 0);
+      putLe32(out, kFileDeviceDisk);
+      putLe32(out + 4, number);
+      putLe32(out + 8, 0);
       return {12, 0};
     }
     case ioctl::QueryDosNameTarget: {
       // "\??\X:" with its terminating zero, as UTF-16.
       if (!in || inSize < 2 || inSize % 2 != 0 || in[inSize - 1] != 0 || in[inSize - 2] != 0)
-        return {0, kInvalidParameter};
-      if (outSize < 12) return {0, kInsufficientBuffer};
+        return {0, syserr::InvalidParameter};
+      if (outSize < 12) return {0, syserr::InsufficientBuffer};
       const std::string name = toUtf8(readUtf16z(in, inSize, 0));
-      if (name.size() != 6 || name.compare(0, 4, "\\??\\") != 0 || name[5] != ':') return {0, kFileNotFound};
+      if (name.size() != 6 || name.compare(0, 4, "\\??\\") != 0 || name[5] != ':') return {0, syserr::FileNotFound};
       const char letter = upper(name[4]);
       std::optional<std::uint32_t> owner;
       if (c_.contains("dosNameOwners")) {
@@ -161,7 +137,7 @@ ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, s
         for (const json& d : c_["disks"])
           if (flag(d, "directIo", false) && diskLetter(d) == letter) owner = parseNumber(d["index"]);
       }
-      if (!owner) return {0, kFileNotFound};
+      if (!owner) return {0, syserr::FileNotFound};
       writeHead(out, *owner);
       return {12, 0};
     }

@@ -11,15 +11,13 @@
 
 #include "controller/codes.h"
 #include "shell/text_codec.h"
+#include "platform/platform.h"
 #include "sim/controller_model.h"
 
 namespace vmd::sim {
 
 namespace {
 
-constexpr std::uint32_t kInvalidFunction = 1;
-constexpr std::uint32_t kInvalidParameter = 87;
-constexpr std::uint32_t kInsufficientBuffer = 122;
 
 struct Field {
   const char* name;
@@ -62,9 +60,6 @@ json letterValue(std::uint32_t codeUnit) {
   return toUtf8(std::wstring(1, static_cast<wchar_t>(codeUnit)));
 }
 
-void put32(std::uint8_t* p, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
 std::uint32_t get32(const std::uint8_t* p) {
   return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
          (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
@@ -76,20 +71,20 @@ ControllerModel::Reply ControllerModel::imRequest(std::uint32_t code, In in, std
                                                   std::uint32_t outSize) {
   if (!c_["im"].is_object()) c_["im"] = json::object();
   json& im = c_["im"];
-  if (!im.value("supported", true)) return {0, kInvalidFunction};
+  if (!im.value("supported", true)) return {0, syserr::InvalidFunction};
   switch (code) {
     case ioctl::QueryImStatus: {
       // An older manager answers with its shorter record.
       const std::uint32_t size = read(im, "recordSize");
       const std::uint32_t n = size < 72 ? size : 72;
-      if (outSize < n) return {0, kInsufficientBuffer};
+      if (outSize < n) return {0, syserr::InsufficientBuffer};
       for (std::uint32_t i = 0; i < n; ++i) out[i] = 0;
       for (const Field& f : kFields)
-        if (f.offset + 4 <= n) put32(out + f.offset, read(im, f.name));
+        if (f.offset + 4 <= n) putLe32(out + f.offset, read(im, f.name));
       return {n, 0};
     }
     case ioctl::SetImOptions: {
-      if (!in || inSize != 24 || get32(in) != 24) return {0, kInvalidParameter};
+      if (!in || inSize != 24 || get32(in) != 24) return {0, syserr::InvalidParameter};
       const std::uint64_t unit = read(im, "unitSize");
       auto units = [&](std::uint32_t mb) {
         return static_cast<std::uint32_t>(unit ? (std::uint64_t{mb} << 20) / unit : 0);
@@ -115,7 +110,7 @@ ControllerModel::Reply ControllerModel::imRequest(std::uint32_t code, In in, std
       im["localState"] = 0;
       return {0, 0};
     default:
-      return {0, kInvalidFunction};
+      return {0, syserr::InvalidFunction};
   }
 }
 

@@ -1,3 +1,4 @@
+#include "platform/platform.h"
 #include "sim/controller_model.h"
 
 #include "controller/codes.h"
@@ -6,12 +7,6 @@ namespace vmd::sim {
 
 namespace {
 
-constexpr std::uint32_t kInvalidFunction = 1;
-constexpr std::uint32_t kInsufficientBuffer = 122;
-
-void put32(std::uint8_t* p, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
 
 }  // namespace
 
@@ -35,12 +30,12 @@ ControllerModel::Reply ControllerModel::handle(std::uint32_t code, const std::ui
     case ioctl::QueryDiskStatus:
       return recordRequest(code, in, inSize, out, outSize);
     default:
-      return {0, kInvalidFunction};
+      return {0, syserr::InvalidFunction};
   }
 }
 
 ControllerModel::Reply ControllerModel::version(std::uint8_t* out, std::uint32_t outSize) {
-  if (outSize < 12) return {0, kInsufficientBuffer};
+  if (outSize < 12) return {0, syserr::InsufficientBuffer};
   const json& v = c_["version"];
   // A raw version word, when given, wins over major/minor: tests describe
   // controllers the major/minor form cannot.
@@ -49,9 +44,9 @@ ControllerModel::Reply ControllerModel::version(std::uint8_t* out, std::uint32_t
                                                 (parseNumber(v.value("minor", json(7))) & 0xFFFF);
   std::uint32_t second = v.contains("secondWord") ? parseNumber(v["secondWord"])
                                                   : parseNumber(v.value("build", json(0))) << 16;
-  put32(out, word);
-  put32(out + 4, second);
-  put32(out + 8, parseNumber(c_.value("variantCode", json(0))));
+  putLe32(out, word);
+  putLe32(out + 4, second);
+  putLe32(out + 8, parseNumber(c_.value("variantCode", json(0))));
   return {12, 0};
 }
 

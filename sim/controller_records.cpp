@@ -1,3 +1,4 @@
+#include "platform/platform.h"
 #include "sim/controller_model.h"
 
 #include <cstring>
@@ -11,20 +12,6 @@ namespace vmd::sim {
 
 namespace {
 
-constexpr std::uint32_t kInvalidFunction = 1;
-constexpr std::uint32_t kFileNotFound = 2;
-constexpr std::uint32_t kGenFailure = 31;
-constexpr std::uint32_t kInvalidParameter = 87;
-constexpr std::uint32_t kInsufficientBuffer = 122;
-
-std::uint32_t le32(const std::uint8_t* p) {
-  return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
-         (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
-
-void putLe32(std::uint8_t* p, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
 
 // The 12-byte per-disk request head exactly: lengths 12 and 12, port, path id
 // and logical unit 0, a target below 128.
@@ -43,21 +30,21 @@ json* findDisk(json& controller, std::uint32_t index) {
 // Error for an output buffer too small for the whole reply; the program grows
 // its buffer on 122 and on 234.
 std::uint32_t shortBufferError(const json& controller) {
-  return controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : kInsufficientBuffer;
+  return controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : syserr::InsufficientBuffer;
 }
 
 // 0x4601c: the 12-byte head (as the request, its total length covering the
 // record) followed by the disk's settings record.
 ControllerModel::Reply readSettingsRecord(json& controller, const std::uint8_t* in, std::uint32_t inSize,
                                           std::uint8_t* out, std::uint32_t outSize) {
-  if (!validDiskHead(in, inSize)) return {0, kInvalidParameter};
+  if (!validDiskHead(in, inSize)) return {0, syserr::InvalidParameter};
   const json* disk = findDisk(controller, in[10]);
-  if (!disk) return {0, kFileNotFound};
+  if (!disk) return {0, syserr::FileNotFound};
   RecordBytes record;
   try {
     record = diskRecord(*disk);
   } catch (const std::exception&) {
-    return {0, kGenFailure};  // settings the record layout cannot hold, or bad hex
+    return {0, syserr::GenFailure};  // settings the record layout cannot hold, or bad hex
   }
   const std::size_t needed = 12 + record.size();
   if (!out || outSize < needed) return {0, shortBufferError(controller)};
@@ -80,7 +67,7 @@ ControllerModel::Reply ControllerModel::recordRequest(std::uint32_t code, In in,
       return diskStatusReply(c_, in, inSize, out, outSize);
 
     default:
-      return {0, kInvalidFunction};
+      return {0, syserr::InvalidFunction};
   }
 }
 

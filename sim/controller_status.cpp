@@ -1,3 +1,4 @@
+#include "platform/platform.h"
 #include "sim/controller_status.h"
 
 #include <cstring>
@@ -9,15 +10,6 @@ namespace vmd::sim {
 
 namespace {
 
-constexpr std::uint32_t kFileNotFound = 2;
-constexpr std::uint32_t kGenFailure = 31;
-constexpr std::uint32_t kInvalidParameter = 87;
-constexpr std::uint32_t kInsufficientBuffer = 122;
-
-std::uint32_t le32(const std::uint8_t* p) {
-  return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
-         (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
 
 }  // namespace
 
@@ -37,21 +29,21 @@ RecordBytes diskStatusRecord(const json& disk) {
 ControllerModel::Reply diskStatusReply(json& controller, const std::uint8_t* in, std::uint32_t inSize,
                                        std::uint8_t* out, std::uint32_t outSize) {
   if (!in || inSize != 12 || le32(in) != 12 || le32(in + 4) != 12 || in[8] != 0 || in[9] != 0 || in[11] != 0)
-    return {0, kInvalidParameter};
+    return {0, syserr::InvalidParameter};
   const json* disk = nullptr;
   if (controller.contains("disks") && controller["disks"].is_array())
     for (const json& d : controller["disks"])
       if (!disk && d.contains("index") && parseNumber(d["index"]) == in[10]) disk = &d;
-  if (!disk) return {0, kFileNotFound};
+  if (!disk) return {0, syserr::FileNotFound};
   RecordBytes record;
   try {
     record = diskStatusRecord(*disk);
   } catch (const std::exception&) {
-    return {0, kGenFailure};
+    return {0, syserr::GenFailure};
   }
   if (!out || outSize < record.size()) {
     const std::uint32_t error =
-        controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : kInsufficientBuffer;
+        controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : syserr::InsufficientBuffer;
     return {0, error};
   }
   if (!record.empty()) std::memcpy(out, record.data(), record.size());

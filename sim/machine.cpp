@@ -8,17 +8,6 @@ namespace vmd::sim {
 
 namespace {
 
-bool sameNoCase(const std::string& a, const std::string& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x + 32);
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y + 32);
-    if (x != y) return false;
-  }
-  return true;
-}
-
 // Fills in what a state file leaves out, so that short test states describe
 // only what matters to them.
 void mergeDefaults(json& target, const json& defaults) {
@@ -40,20 +29,28 @@ std::string hex32(std::uint32_t v) {
   return s;
 }
 
-std::uint32_t parseNumber(const json& v) {
-  if (v.is_number_unsigned()) return v.get<std::uint32_t>();
-  if (v.is_number_integer()) return static_cast<std::uint32_t>(v.get<std::int64_t>());
+std::uint64_t parseNumber64(const json& v) {
+  if (v.is_number_unsigned()) return v.get<std::uint64_t>();
+  if (v.is_number_integer()) return static_cast<std::uint64_t>(v.get<std::int64_t>());
   if (v.is_boolean()) return v.get<bool>() ? 1 : 0;
   if (v.is_string()) {
     const std::string s = v.get<std::string>();
     try {
-      return static_cast<std::uint32_t>(std::stoull(s, nullptr, 0));
+      return std::stoull(s, nullptr, 0);
     } catch (...) {
       throw std::runtime_error("not a number: " + s);
     }
   }
   return 0;
 }
+
+std::string lowerAscii(std::string s) {
+  for (char& c : s)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  return s;
+}
+
+bool sameNoCase(const std::string& a, const std::string& b) { return lowerAscii(a) == lowerAscii(b); }
 
 json Machine::defaultState() {
   return json::parse(R"({

@@ -50,6 +50,22 @@ class Machine {
 };
 
 std::string hex32(std::uint32_t v);  // "0x%08x"-style lower case, e.g. "0x00046024"
-std::uint32_t parseNumber(const json& v);  // a number, or a string in decimal or 0x hex
+std::uint64_t parseNumber64(const json& v);  // a number, or a string in decimal or 0x hex
+inline std::uint32_t parseNumber(const json& v) { return static_cast<std::uint32_t>(parseNumber64(v)); }
+
+std::string lowerAscii(std::string s);
+bool sameNoCase(const std::string& a, const std::string& b);
+
+// Little-endian fields of the byte records the controller exchanges.
+inline std::uint32_t le32(const std::uint8_t* p) {
+  return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
+         (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+inline void putLe32(std::uint8_t* p, std::uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+inline void putLe64(std::uint8_t* p, std::uint64_t v) {
+  for (int i = 0; i < 8; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
 
 }  // namespace vmd::sim

@@ -16,21 +16,6 @@ constexpr std::size_t kSubstanceFixed = 56, kFormatFixed = 44, kImageFixed = 40;
 constexpr std::uint32_t kSaveSet = 0x5030;
 const std::string kPrefix = "\\DosDevices\\";
 
-std::uint64_t number64(const json& v) {
-  if (v.is_number_unsigned()) return v.get<std::uint64_t>();
-  if (v.is_number_integer()) return static_cast<std::uint64_t>(v.get<std::int64_t>());
-  if (v.is_boolean()) return v.get<bool>() ? 1 : 0;
-  if (v.is_string()) {
-    const std::string s = v.get<std::string>();
-    try {
-      return std::stoull(s, nullptr, 0);
-    } catch (...) {
-      throw std::runtime_error("not a number: " + s);
-    }
-  }
-  return 0;
-}
-
 std::uint64_t rd(const RecordBytes& b, std::size_t at, int width) {
   if (at > b.size() || b.size() - at < static_cast<std::size_t>(width)) return 0;
   std::uint64_t v = 0;
@@ -75,7 +60,7 @@ std::uint32_t driveLetterOf(const json& v) {
     const std::string s = v.get<std::string>();
     return s.empty() ? 0 : static_cast<std::uint8_t>(s[0]);
   }
-  return static_cast<std::uint32_t>(number64(v));
+  return static_cast<std::uint32_t>(parseNumber64(v));
 }
 
 std::uint8_t fileSystemOf(const json& v) {
@@ -85,7 +70,7 @@ std::uint8_t fileSystemOf(const json& v) {
     if (s == "FAT" || s == "fat") return 18;
     if (s == "FAT32" || s == "fat32") return 19;
   }
-  return static_cast<std::uint8_t>(number64(v));
+  return static_cast<std::uint8_t>(parseNumber64(v));
 }
 
 }  // namespace
@@ -97,16 +82,16 @@ std::uint32_t recordChecksum(const RecordBytes& r) {
 }
 
 RecordBytes buildRecord(const json& s) {
-  auto num = [&](const char* key, std::uint64_t def) { return s.contains(key) ? number64(s[key]) : def; };
+  auto num = [&](const char* key, std::uint64_t def) { return s.contains(key) ? parseNumber64(s[key]) : def; };
   auto text = [&](const char* key, const std::string& def) {
     return s.contains(key) ? s[key].get<std::string>() : def;
   };
 
-  const std::uint64_t sizeBytes = s.contains("sizeBytes") ? number64(s["sizeBytes"]) : num("sizeMb", 128) << 20;
+  const std::uint64_t sizeBytes = s.contains("sizeBytes") ? parseNumber64(s["sizeBytes"]) : num("sizeMb", 128) << 20;
   const std::uint64_t driveShare = num("physicalDriveSizeMb", 0);
   const std::string driveFile = text("physicalDriveFile", "");
   std::vector<std::uint64_t> masks;
-  for (const auto& m : s.value("numaNodeMasks", json::array())) masks.push_back(number64(m));
+  for (const auto& m : s.value("numaNodeMasks", json::array())) masks.push_back(parseNumber64(m));
   const std::string label = text("volumeLabel", "RAMDISK");
   std::vector<std::string> folders;
   for (const auto& f : s.value("customFolders", json::array())) folders.push_back(f.get<std::string>());

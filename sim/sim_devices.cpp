@@ -1,17 +1,13 @@
+#include "platform/platform.h"
 #include "sim/sim_devices.h"
 
+#include "controller/controller.h"
 #include "shell/text_codec.h"
 #include "sim/sim_volumes.h"
 
 namespace vmd::sim {
 
 namespace {
-
-std::string lower(std::string s) {
-  for (char& c : s)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  return s;
-}
 
 bool sameClass(const InterfaceClass& a, const InterfaceClass& b) {
   if (a.data1 != b.data1 || a.data2 != b.data2 || a.data3 != b.data3) return false;
@@ -20,15 +16,13 @@ bool sameClass(const InterfaceClass& a, const InterfaceClass& b) {
   return true;
 }
 
-constexpr InterfaceClass kControllerClass = {0x48FA1FE0, 0x7189, 0x432A, {0x9F, 0xD4, 0x9D, 0xB7, 0x66, 0xB6, 0x4B, 0x31}};
-constexpr InterfaceClass kVolumeClass = {0x53F5630D, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 
 }  // namespace
 
 std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(const InterfaceClass& cls) {
   if (m_.fault("SetupDiGetClassDevsW")) return std::nullopt;
   std::vector<Interface> found;
-  if (sameClass(cls, kControllerClass)) {
+  if (sameClass(cls, kControllerInterface)) {
     const json& c = m_.state["controller"];
     if (c.value("present", true)) {
       if (c.contains("interfaces")) {  // several controllers, in enumeration order
@@ -38,7 +32,7 @@ std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(c
         found.push_back({0, fromUtf8(c.value("interfacePath", std::string()))});
       }
     }
-  } else if (sameClass(cls, kVolumeClass)) {
+  } else if (sameClass(cls, kVolumeInterface)) {
     std::uint32_t i = 0;
     for (const auto& v : m_.state["volumes"]) {
       if (!v.value("present", true)) continue;
@@ -54,11 +48,11 @@ DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t 
   m_.count("opens", path);
   if (auto e = m_.fault("CreateFileW", 0, path)) return {Invalid, *e};
   Opened o{Kind::Controller, path, access};
-  const std::string lp = lower(path);
+  const std::string lp = lowerAscii(path);
   const json& c = m_.state["controller"];
-  bool isController = c.value("present", true) && lp == lower(c.value("interfacePath", std::string()));
+  bool isController = c.value("present", true) && lp == lowerAscii(c.value("interfacePath", std::string()));
   if (!isController && c.contains("interfaces"))
-    for (const auto& p : c["interfaces"]) isController = isController || lp == lower(p.get<std::string>());
+    for (const auto& p : c["interfaces"]) isController = isController || lp == lowerAscii(p.get<std::string>());
   const std::string diskPrefix = "\\\\.\\velmorddevport0target";
   if (isController) {
     o.kind = Kind::Controller;

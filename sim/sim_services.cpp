@@ -1,3 +1,4 @@
+#include "platform/platform.h"
 #include "sim/sim_services.h"
 
 #include <stdexcept>
@@ -8,12 +9,6 @@ namespace vmd::sim {
 
 namespace {
 
-std::string lower(std::string s) {
-  for (char& c : s)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  return s;
-}
-
 std::string stripSlash(std::string s) {
   while (s.size() > 3 && s.back() == '\\') s.pop_back();
   return s;
@@ -22,19 +17,6 @@ std::string stripSlash(std::string s) {
 constexpr std::uint32_t kAttrDirectory = 0x10;
 constexpr std::uint32_t kAttrNormal = 0x80;
 
-std::uint64_t number64(const json& v) {
-  if (v.is_number_unsigned()) return v.get<std::uint64_t>();
-  if (v.is_number_integer()) return static_cast<std::uint64_t>(v.get<std::int64_t>());
-  if (v.is_string()) {
-    try {
-      return std::stoull(v.get<std::string>(), nullptr, 0);
-    } catch (...) {
-      throw std::runtime_error("not a number: " + v.get<std::string>());
-    }
-  }
-  return 0;
-}
-
 void putLE(Bytes& b, std::size_t at, int width, std::uint64_t v) {
   for (int i = 0; i < width; ++i) b[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(v >> (8 * i));
 }
@@ -42,14 +24,14 @@ void putLE(Bytes& b, std::size_t at, int width, std::uint64_t v) {
 // The first sector of an image file described by format, disk size and level.
 Bytes imageHead(const json& image) {
   Bytes h(512, 0);
-  const std::string format = lower(image.value("format", std::string("plain")));
-  const std::uint64_t diskSize = number64(image.value("diskSize", json(0)));
+  const std::string format = lowerAscii(image.value("format", std::string("plain")));
+  const std::uint64_t diskSize = parseNumber64(image.value("diskSize", json(0)));
   if (format == "smart") {
     putLE(h, 0, 8, 0x6820224927880486ull);
     putLE(h, 40, 8, diskSize);
   } else if (format == "compr") {
     putLE(h, 0, 8, 0x8602113816328511ull);
-    putLE(h, 20, 4, number64(image.value("level", json(1))));
+    putLE(h, 20, 4, parseNumber64(image.value("level", json(1))));
     putLE(h, 24, 8, diskSize);
   } else if (format == "plain") {
     h[510] = 0x55;
@@ -68,9 +50,9 @@ Bytes describedHead(const json& f) {
 
 // A file's length: its "size", else a PLAIN image's disk size, else the length of its head.
 std::uint64_t describedSize(const json& f, const Bytes& head) {
-  if (f.contains("size")) return number64(f["size"]);
-  if (!f.contains("head") && f.contains("image") && lower(f["image"].value("format", std::string("plain"))) == "plain")
-    return number64(f["image"].value("diskSize", json(0)));
+  if (f.contains("size")) return parseNumber64(f["size"]);
+  if (!f.contains("head") && f.contains("image") && lowerAscii(f["image"].value("format", std::string("plain"))) == "plain")
+    return parseNumber64(f["image"].value("diskSize", json(0)));
   return head.size();
 }
 
@@ -108,9 +90,9 @@ Bytes fromHex(const std::string& s) {
 }
 
 json* SimFiles::findFile(Machine& m, const std::string& path) {
-  const std::string key = lower(stripSlash(path));
+  const std::string key = lowerAscii(stripSlash(path));
   for (auto& f : m.state["files"])
-    if (lower(stripSlash(f.value("path", std::string()))) == key) return &f;
+    if (lowerAscii(stripSlash(f.value("path", std::string()))) == key) return &f;
   return nullptr;
 }
 
@@ -182,9 +164,9 @@ std::optional<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, co
   if (m_.fault("RegQueryValueExW", 0, key + "\\" + value)) return std::nullopt;
   const json& reg = m_.state["registry"];
   for (auto k = reg.begin(); k != reg.end(); ++k) {
-    if (lower(k.key()) != lower(key)) continue;
+    if (lowerAscii(k.key()) != lowerAscii(key)) continue;
     for (auto v = k->begin(); v != k->end(); ++v) {
-      if (lower(v.key()) != lower(value)) continue;
+      if (lowerAscii(v.key()) != lowerAscii(value)) continue;
       const json& e = v.value();
       if (e.is_object()) {
         if (e.value("type", std::string("REG_DWORD")) != "REG_DWORD") return std::nullopt;

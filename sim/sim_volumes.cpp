@@ -1,3 +1,4 @@
+#include "platform/platform.h"
 #include "sim/sim_volumes.h"
 
 #include "controller/codes.h"
@@ -6,12 +7,6 @@
 namespace vmd::sim {
 
 namespace {
-
-std::string lower(std::string s) {
-  for (char& c : s)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  return s;
-}
 
 char upperLetter(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
 
@@ -38,18 +33,11 @@ char letterOf(const std::string& path) {
   return 0;
 }
 
-void put32(std::uint8_t* p, std::uint64_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-void put64(std::uint8_t* p, std::uint64_t v) {
-  for (int i = 0; i < 8; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-
 }  // namespace
 
 std::uint32_t driveTypeCode(const json& t) {
   if (t.is_number()) return t.get<std::uint32_t>();
-  const std::string s = lower(t.get<std::string>());
+  const std::string s = lowerAscii(t.get<std::string>());
   if (s == "removable") return drivetype::Removable;
   if (s == "fixed") return drivetype::Fixed;
   if (s == "remote") return drivetype::Remote;
@@ -59,9 +47,9 @@ std::uint32_t driveTypeCode(const json& t) {
 }
 
 json* SimVolumes::findVolume(Machine& m, const std::string& name) {
-  const std::string key = lower(withSlash(name));
+  const std::string key = lowerAscii(withSlash(name));
   for (auto& v : m.state["volumes"])
-    if (lower(withSlash(v.value("name", std::string()))) == key) return &v;
+    if (lowerAscii(withSlash(v.value("name", std::string()))) == key) return &v;
   return nullptr;
 }
 
@@ -77,20 +65,20 @@ std::optional<json> SimVolumes::resolveRoot(Machine& m, const std::string& root)
   }
   if (json* v = findVolume(m, root)) return *v;
   // A volume interface path, as the volume interface class enumerates it.
-  const std::string asInterface = lower(withSlash(root));
+  const std::string asInterface = lowerAscii(withSlash(root));
   for (auto& v : m.state["volumes"])
-    if (v.contains("interfacePath") && lower(withSlash(v["interfacePath"].get<std::string>())) == asInterface)
+    if (v.contains("interfacePath") && lowerAscii(withSlash(v["interfacePath"].get<std::string>())) == asInterface)
       return v;
   // The device that holds the volume itself, as a Direct-IO disk's
   // "\\.\VelmoRdDevPort0Target<n>\".
-  const std::string asDevice = lower(withSlash(root));
+  const std::string asDevice = lowerAscii(withSlash(root));
   for (auto& v : m.state["volumes"])
-    if (v.contains("devicePath") && lower(withSlash(v["devicePath"].get<std::string>())) == asDevice) return v;
+    if (v.contains("devicePath") && lowerAscii(withSlash(v["devicePath"].get<std::string>())) == asDevice) return v;
   // A folder mount point.
-  const std::string key = lower(withSlash(root));
+  const std::string key = lowerAscii(withSlash(root));
   for (auto& v : m.state["volumes"])
     for (const auto& mp : v.value("mountPoints", json::array()))
-      if (lower(withSlash(mp.get<std::string>())) == key) return v;
+      if (lowerAscii(withSlash(mp.get<std::string>())) == key) return v;
   return std::nullopt;
 }
 
@@ -100,12 +88,12 @@ std::optional<std::string> SimVolumes::volumeForDevicePath(Machine& m, const std
     if (!d || !d->contains("volume")) return std::nullopt;
     return (*d)["volume"].get<std::string>();
   }
-  const std::string key = lower(path);
+  const std::string key = lowerAscii(path);
   for (auto& v : m.state["volumes"]) {
     if (!v.value("present", true)) continue;
     const std::string name = v.value("name", std::string());
-    if (lower(v.value("interfacePath", std::string())) == key || lower(name) == key ||
-        lower(withSlash(name)) == lower(withSlash(path)))
+    if (lowerAscii(v.value("interfacePath", std::string())) == key || lowerAscii(name) == key ||
+        lowerAscii(withSlash(name)) == lowerAscii(withSlash(path)))
       return name;
   }
   return std::nullopt;
@@ -121,15 +109,15 @@ DeviceIo::ControlResult SimVolumes::volumeControl(Machine& m, const std::string&
     const json& extents = (*v)["extents"];
     const std::size_t need = 8 + 24 * extents.size();
     if (outSize < 32) return {false, 0, syserr::InsufficientBuffer};
-    put32(out, extents.size());
-    put32(out + 4, 0);
+    putLe32(out, static_cast<std::uint32_t>(extents.size()));
+    putLe32(out + 4, 0);
     if (outSize < need) return {false, 32, syserr::MoreData};
     for (std::size_t i = 0; i < extents.size(); ++i) {
       std::uint8_t* e = out + 8 + 24 * i;
-      put32(e, parseNumber(extents[i]["disk"]));
-      put32(e + 4, 0);
-      put64(e + 8, extents[i].value("offset", std::uint64_t{0}));
-      put64(e + 16, extents[i].value("length", std::uint64_t{0}));
+      putLe32(e, parseNumber(extents[i]["disk"]));
+      putLe32(e + 4, 0);
+      putLe64(e + 8, extents[i].value("offset", std::uint64_t{0}));
+      putLe64(e + 16, extents[i].value("length", std::uint64_t{0}));
     }
     return {true, static_cast<std::uint32_t>(need), 0};
   }
@@ -159,9 +147,9 @@ std::uint32_t SimVolumes::driveType(const std::wstring& wroot) {
   if (!v) return drivetype::NoRootDir;
   if (v->contains("type")) return driveTypeCode((*v)["type"]);
   // A volume has the type of the drive that shows it, else it is fixed.
-  const std::string name = lower(withSlash(v->value("name", std::string())));
+  const std::string name = lowerAscii(withSlash(v->value("name", std::string())));
   for (const auto& d : m_.state["drives"])
-    if (d.contains("volume") && lower(withSlash(d["volume"].get<std::string>())) == name && d.contains("type"))
+    if (d.contains("volume") && lowerAscii(withSlash(d["volume"].get<std::string>())) == name && d.contains("type"))
       return driveTypeCode(d["type"]);
   return drivetype::Fixed;
 }

@@ -21,6 +21,7 @@ using Bytes = std::vector<std::uint8_t>;
 // System error codes the program reacts to or reports.
 namespace syserr {
 constexpr std::uint32_t Success = 0;
+constexpr std::uint32_t InvalidFunction = 1;
 constexpr std::uint32_t FileNotFound = 2;
 constexpr std::uint32_t PathNotFound = 3;
 constexpr std::uint32_t AccessDenied = 5;
