@@ -19,11 +19,6 @@ constexpr std::uint32_t kPathNamesChars = 261;
 // points keep growing under us is given up after this many tries.
 constexpr int kPathNamesTries = 16;
 
-std::wstring clusterText(Output& out, std::uint32_t bytes) {
-  if (bytes >= 1024) return format(L"%d ", bytes >> 10) + out.str(strid::UnitKB);
-  return format(L"%d", bytes);
-}
-
 }  // namespace
 
 std::optional<std::vector<wchar_t>> QueryVolumePathNames(App& app, const std::wstring& volumeName) {
@@ -55,7 +50,7 @@ void PrintVolumeDetails(App& app, const std::wstring& path, bool rootPath) {
   out.out(L"File system: %s\n", info.fileSystem);
   const VolumeService::FreeSpace space = app.sys.volumes.diskFreeSpace(path);
   const std::uint32_t cluster = space.sectorsPerCluster * space.bytesPerSector;
-  if (space.ok && cluster != 0) out.out(L"Cluster size: %s\n", clusterText(out, cluster));
+  if (space.ok && cluster != 0) out.out(L"Cluster size: %s\n", FormatClusterSize(out, cluster));
   out.out(L"Volume label: %s\n", info.label);
   const VolumeService::FreeSpaceEx size = app.sys.volumes.diskFreeSpaceEx(path);
   if (size.ok) out.out(L"Volume size: %s\n", FormatByteSize(out, size.totalBytes));

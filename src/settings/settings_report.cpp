@@ -34,9 +34,7 @@ const wchar_t* fileSystemName(std::uint8_t code) {
 }
 
 std::wstring clusterText(Output& out, std::uint32_t bytes) {
-  if (bytes == 0) return L"Default";
-  if (bytes >= 1024) return format(L"%d ", bytes >> 10) + out.str(strid::UnitKB);
-  return format(L"%d", bytes);
+  return bytes == 0 ? std::wstring(L"Default") : FormatClusterSize(out, bytes);
 }
 
 std::wstring permissionText(std::uint8_t p) {
@@ -109,6 +107,11 @@ void PrintDiskSettings(Output& out, const DiskSettings& s, std::uint32_t mode) {
     }
   }
   out.out(kRule);
+}
+
+std::wstring FormatClusterSize(Output& out, std::uint32_t bytes) {
+  if (bytes >= 1024) return format(L"%d ", bytes >> 10) + out.str(strid::UnitKB);
+  return format(L"%d", bytes);
 }
 
 std::wstring FormatByteSize(Output& out, std::uint64_t bytes) {

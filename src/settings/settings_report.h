@@ -21,4 +21,8 @@ void PrintDiskSettings(Output& out, const DiskSettings& settings, std::uint32_t 
 // rounded to the nearest ("2 MB"); below 1 MiB "0 MB".
 std::wstring FormatByteSize(Output& out, std::uint64_t bytes);
 
+// A cluster size: from 1024 bytes on in whole KB ("4 KB", shifted, so 1536
+// is "1 KB"), below that the byte count alone ("512").
+std::wstring FormatClusterSize(Output& out, std::uint32_t bytes);
+
 }  // namespace vmd
