@@ -43,6 +43,12 @@ if(VMDCTL_WIN_BUILD_DIR)
                      --real ${VMDCTL_WIN_BUILD_DIR}/vmdctl.exe ${scn})
     set_tests_properties(wine.real.${name} PROPERTIES FIXTURES_REQUIRED wineprefix)
   endforeach()
+  if(EXISTS ${VMDCTL_WIN_BUILD_DIR}/vmdctl_unit_tests.exe)
+    add_test(NAME wine.unit_tests
+             COMMAND env WINEPREFIX=${WINE_PREFIX} WINEDEBUG=-all
+                     wine ${VMDCTL_WIN_BUILD_DIR}/vmdctl_unit_tests.exe --gtest_brief=1)
+    set_tests_properties(wine.unit_tests PROPERTIES FIXTURES_REQUIRED wineprefix TIMEOUT 600)
+  endif()
   file(GLOB WINE_CHECKS CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/wine/check_*.py)
   foreach(chk ${WINE_CHECKS})
     get_filename_component(name ${chk} NAME_WE)

@@ -68,3 +68,20 @@ vmd_windows_executable(vmdctl-contract ${CMAKE_SOURCE_DIR}/tests/wine/win32_cont
                        ${GEN_DIR}/catalogue_data.cpp)
 target_link_libraries(vmdctl-contract PRIVATE vmdctl_win32 vmdctl_core)
 add_dependencies(vmdctl-sim vmdctl-contract)
+
+# The unit tests again as a Windows program, run under Wine: the same tests
+# with a 16-bit wchar_t, the Win32 C runtime and the real resources.
+# GoogleTest is built from Debian's source package.
+set(VMD_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest sources for the Windows unit tests")
+if(EXISTS ${VMD_GTEST_SOURCE}/CMakeLists.txt)
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+  add_subdirectory(${VMD_GTEST_SOURCE} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+  file(GLOB_RECURSE WIN_UNIT_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/*_test.cpp)
+  add_executable(vmdctl_unit_tests ${WIN_UNIT_TEST_SOURCES} ${GEN_DIR}/catalogue_data.cpp ${RES_DIR}/vmdctl_res.o)
+  add_dependencies(vmdctl_unit_tests vmdctl_resources)
+  target_include_directories(vmdctl_unit_tests PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+  target_compile_definitions(vmdctl_unit_tests PRIVATE VMDCTL_SOURCE_DIR="${CMAKE_SOURCE_DIR}"
+                                                       VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
+  target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core gtest gtest_main gmock)
+endif()
