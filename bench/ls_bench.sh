@@ -8,9 +8,15 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-sim=${1:-$here/../build/vmdctl-sim}
+# Default: the optimised simulator that tools/test.sh or tools/try.sh built.
+sim=${1:-}
+if [ -z "$sim" ]; then
+  for candidate in "$here/../build/test/vmdctl-sim" "$here/../build/linux/vmdctl-sim"; do
+    if [ -x "$candidate" ]; then sim=$candidate; break; fi
+  done
+fi
 runs=${2:-30}
-[ -x "$sim" ] || { echo "no simulator at $sim (give its path as the first argument)" >&2; exit 1; }
+[ -n "$sim" ] && [ -x "$sim" ] || { echo "no simulator at $sim (give its path as the first argument)" >&2; exit 1; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
