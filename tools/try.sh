@@ -12,12 +12,16 @@ run() {
   echo "\$ vmdctl $*"
   "$sim" --sim-argv0 vmdctl "$@" || echo "(exit code $?)"
 }
-"$sim" --sim-reset --sim-argv0 vmdctl ver >/dev/null
+# A machine with two disks and Invisible Memory in use.
+cp tools/demo-machine.json "$VMDCTL_SIM_STATE"
 run ver
 run ls
-run mem
+run view 2
+run view 5
 run im
-run ? ls
+run mem
+run view 9
+run ? view
 echo
 echo "The simulated machine is in $VMDCTL_SIM_STATE; try more with:"
 echo "  VMDCTL_SIM_STATE=$VMDCTL_SIM_STATE $sim <command> [<option>...]"
