@@ -37,33 +37,11 @@ bool hasIndex(const json& disk, std::uint32_t index) {
   return it != disk.end() && parseNumber(*it) == index;
 }
 
-// Disks are usually listed in ascending order without gaps, so the entry at
-// the disk's own position is tried before the whole list is walked.
-const json* findDisk(const json& controller, std::uint32_t index) {
-  const auto list = controller.find("disks");
-  if (list == controller.end() || !list->is_array()) return nullptr;
-  const json& disks = *list;
-  if (index < disks.size() && hasIndex(disks[index], index)) return &disks[index];
-  for (const json& d : disks)
-    if (hasIndex(d, index)) return &d;
-  return nullptr;
-}
-
 char upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
 
 char diskLetter(const json& disk) {
   const std::string l = disk.value("letter", std::string());
   return l.empty() ? 0 : upper(l[0]);
-}
-
-// The 12-byte head of a per-disk query: lengths 12 and 12, port, path id and
-// logical unit 0, a target below 128. Returns the target, or nothing when the
-// driver would refuse the input.
-std::optional<std::uint32_t> headTarget(const std::uint8_t* in, std::uint32_t inSize) {
-  if (!in || inSize < 12) return std::nullopt;
-  if (get32(in) != 12 || get32(in + 4) != 12 || inSize != 12) return std::nullopt;
-  if (in[8] != 0 || in[9] != 0 || in[11] != 0 || in[10] >= 128) return std::nullopt;
-  return in[10];
 }
 
 void writeHead(std::uint8_t* out, std::uint32_t target) {
@@ -76,6 +54,28 @@ void writeHead(std::uint8_t* out, std::uint32_t target) {
 }
 
 }  // namespace
+
+// Disks are usually listed in ascending order without gaps, so the entry at
+// the disk's own position is tried before the whole list is walked.
+const json* findDisk(const json& controller, std::uint32_t index) {
+  const auto list = controller.find("disks");
+  if (list == controller.end() || !list->is_array()) return nullptr;
+  const json& disks = *list;
+  if (index < disks.size() && hasIndex(disks[index], index)) return &disks[index];
+  for (const json& d : disks)
+    if (hasIndex(d, index)) return &d;
+  return nullptr;
+}
+
+// The 12-byte head of a per-disk query: lengths 12 and 12, port, path id and
+// logical unit 0, a target below 128. Returns the target, or nothing when the
+// driver would refuse the input.
+std::optional<std::uint32_t> diskHeadTarget(const std::uint8_t* in, std::uint32_t inSize) {
+  if (!in || inSize < 12) return std::nullopt;
+  if (get32(in) != 12 || get32(in + 4) != 12 || inSize != 12) return std::nullopt;
+  if (in[8] != 0 || in[9] != 0 || in[11] != 0 || in[10] >= 128) return std::nullopt;
+  return in[10];
+}
 
 ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out,
                                                     std::uint32_t outSize) {
@@ -90,7 +90,7 @@ ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, s
       return {16, 0};
     }
     case ioctl::QueryDiskInfo: {
-      const std::optional<std::uint32_t> target = headTarget(in, inSize);
+      const std::optional<std::uint32_t> target = diskHeadTarget(in, inSize);
       if (!target) return {0, syserr::InvalidParameter};
       if (outSize < 32) return {0, syserr::InsufficientBuffer};
       const json* d = findDisk(c_, *target);
@@ -106,7 +106,7 @@ ControllerModel::Reply ControllerModel::diskRequest(std::uint32_t code, In in, s
       return {32, 0};
     }
     case ioctl::QueryDeviceNumber: {
-      const std::optional<std::uint32_t> target = headTarget(in, inSize);
+      const std::optional<std::uint32_t> target = diskHeadTarget(in, inSize);
       if (!target) return {0, syserr::InvalidParameter};
       if (outSize < 12) return {0, syserr::InsufficientBuffer};
       const json* d = findDisk(c_, *target);

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "sim/machine.h"
 
@@ -15,6 +16,14 @@ class HostHooks {
  public:
   virtual ~HostHooks() = default;
 };
+
+// The target of a per-disk request's 12-byte head (lengths 12 and 12, port,
+// path id and logical unit 0, a target below 128), or nothing when the driver
+// would refuse the input.
+std::optional<std::uint32_t> diskHeadTarget(const std::uint8_t* in, std::uint32_t inSize);
+
+// The entry of controller.disks[] with that index, or null.
+const json* findDisk(const json& controller, std::uint32_t index);
 
 class ControllerModel {
  public:

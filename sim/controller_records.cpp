@@ -1,31 +1,16 @@
-#include "platform/platform.h"
 #include "sim/controller_model.h"
 
 #include <cstring>
 #include <stdexcept>
 
 #include "controller/codes.h"
+#include "platform/platform.h"
 #include "sim/controller_status.h"
 #include "sim/record_layout.h"
 
 namespace vmd::sim {
 
 namespace {
-
-
-// The 12-byte per-disk request head exactly: lengths 12 and 12, port, path id
-// and logical unit 0, a target below 128.
-bool validDiskHead(const std::uint8_t* in, std::uint32_t inSize) {
-  return in && inSize == 12 && le32(in) == 12 && le32(in + 4) == 12 && in[8] == 0 && in[9] == 0 &&
-         in[10] < 128 && in[11] == 0;
-}
-
-json* findDisk(json& controller, std::uint32_t index) {
-  if (!controller.contains("disks") || !controller["disks"].is_array()) return nullptr;
-  for (auto& d : controller["disks"])
-    if (d.contains("index") && parseNumber(d["index"]) == index) return &d;
-  return nullptr;
-}
 
 // Error for an output buffer too small for the whole reply; the program grows
 // its buffer on 122 and on 234.
@@ -37,8 +22,9 @@ std::uint32_t shortBufferError(const json& controller) {
 // record) followed by the disk's settings record.
 ControllerModel::Reply readSettingsRecord(json& controller, const std::uint8_t* in, std::uint32_t inSize,
                                           std::uint8_t* out, std::uint32_t outSize) {
-  if (!validDiskHead(in, inSize)) return {0, syserr::InvalidParameter};
-  const json* disk = findDisk(controller, in[10]);
+  const std::optional<std::uint32_t> target = diskHeadTarget(in, inSize);
+  if (!target) return {0, syserr::InvalidParameter};
+  const json* disk = findDisk(controller, *target);
   if (!disk) return {0, syserr::FileNotFound};
   RecordBytes record;
   try {

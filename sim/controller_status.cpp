@@ -1,17 +1,12 @@
-#include "platform/platform.h"
 #include "sim/controller_status.h"
 
 #include <cstring>
 #include <stdexcept>
 
+#include "platform/platform.h"
 #include "sim/sim_services.h"
 
 namespace vmd::sim {
-
-namespace {
-
-
-}  // namespace
 
 RecordBytes diskStatusRecord(const json& disk) {
   if (disk.contains("statusRecord")) return fromHex(disk["statusRecord"].get<std::string>());
@@ -19,6 +14,11 @@ RecordBytes diskStatusRecord(const json& disk) {
   // The readable status is laid over the disk's settings, whichever form they take.
   json settings = disk.contains("settingsRecord") ? decodeRecord(diskRecord(disk))
                                                   : disk.value("settings", json::object());
+  // A size given either way replaces the settings' size given either way.
+  if (disk["status"].contains("sizeMb") || disk["status"].contains("sizeBytes")) {
+    settings.erase("sizeMb");
+    settings.erase("sizeBytes");
+  }
   for (auto it = disk["status"].begin(); it != disk["status"].end(); ++it) settings[it.key()] = it.value();
   json described = disk;
   described.erase("settingsRecord");
@@ -28,12 +28,9 @@ RecordBytes diskStatusRecord(const json& disk) {
 
 ControllerModel::Reply diskStatusReply(json& controller, const std::uint8_t* in, std::uint32_t inSize,
                                        std::uint8_t* out, std::uint32_t outSize) {
-  if (!in || inSize != 12 || le32(in) != 12 || le32(in + 4) != 12 || in[8] != 0 || in[9] != 0 || in[11] != 0)
-    return {0, syserr::InvalidParameter};
-  const json* disk = nullptr;
-  if (controller.contains("disks") && controller["disks"].is_array())
-    for (const json& d : controller["disks"])
-      if (!disk && d.contains("index") && parseNumber(d["index"]) == in[10]) disk = &d;
+  const std::optional<std::uint32_t> target = diskHeadTarget(in, inSize);
+  if (!target) return {0, syserr::InvalidParameter};
+  const json* disk = findDisk(controller, *target);
   if (!disk) return {0, syserr::FileNotFound};
   RecordBytes record;
   try {

@@ -134,7 +134,7 @@ TEST(ParseDiskOptions, OptionalValueIsNeverTakenFromTheNextArgument) {
 }
 
 TEST(ParseDiskOptions, DmmWords) {
-  for (const std::wstring& a : {L"-m=normal", L"-m", L"-m=5", L"-dmm=NORMAL"}) {
+  for (const wchar_t* a : {L"-m=normal", L"-m", L"-m=5", L"-dmm=NORMAL"}) {
     DiskSettings compact;
     compact.substanceFlags = substance::Dmm | substance::DmmCompact;
     EXPECT_EQ(settingsOf({a}, compact).substanceFlags, substance::Dmm) << a;

@@ -196,6 +196,33 @@ TEST(ValidateDiskSettings, EmptyDriveMaskIsAnError) {
   EXPECT_EQ(v.err, L"Error: no available drive letter for this virtual disk!\n");
 }
 
+TEST(ValidateDiskSettings, LowerCaseFreeLetterIsKeptAsTyped) {
+  DiskSettings s = plainDisk();
+  s.driveLetter = L'r';
+  const Validated v = validate(s);
+  EXPECT_EQ(v.s.driveLetter, L'r');
+  EXPECT_EQ(v.err, L"");
+}
+
+TEST(ValidateDiskSettings, LowerCaseLetterInUseIsFoundInUse) {
+  DiskSettings s = plainDisk();
+  s.driveLetter = L'c';
+  const Validated v = validate(s);
+  EXPECT_EQ(v.s.driveLetter, L'Z');
+  EXPECT_EQ(v.err, L"Warning: drive letter 'c' is not valid or has been assigned!\n");
+}
+
+// "Equals the current letter" is an exact comparison: r is not R.
+TEST(ValidateDiskSettings, LowerCaseOfTheCurrentLetterInUseFallsBackToIt) {
+  json m = machine();
+  m["drives"].push_back({{"letter", "R"}, {"type", "fixed"}});
+  DiskSettings s = plainDisk();
+  s.driveLetter = L'r';
+  const Validated v = validate(s, m, 0, L'R');
+  EXPECT_EQ(v.s.driveLetter, L'R');
+  EXPECT_EQ(v.err, L"Warning: drive letter 'r' is not valid or has been assigned!\n");
+}
+
 // ---- Backing file ----
 
 TEST(ValidateDiskSettings, BareFileMakesAFileDiskWithoutMemoryFeaturesOrImage) {
@@ -440,6 +467,51 @@ TEST(ClusterTables, FirstRowAtOrAboveTheSize) {
   EXPECT_EQ(ClusterSectors(clustertable::FatSmallMin, 5), 4u);
   EXPECT_EQ(ClusterSectors(clustertable::FatSmallMax, 16), 8u);
   EXPECT_EQ(ClusterSectors(clustertable::FatSmallMax, 17), 0u);
+}
+
+// Every row of every table, at its limit and one above it.
+TEST(ClusterTables, EveryRowAtItsLimitAndAbove) {
+  struct Row {
+    const ClusterTable* table;
+    std::uint32_t limit, atLimit, above;
+  };
+  const Row rows[] = {
+      {&clustertable::FatSmallMin, 2, 1, 2},     {&clustertable::FatSmallMin, 4, 2, 4},
+      {&clustertable::FatSmallMin, 8, 4, 8},     {&clustertable::FatSmallMin, 16, 8, 0},
+      {&clustertable::FatSmallMax, 16, 8, 0},
+      {&clustertable::FatMin, 32, 1, 2},         {&clustertable::FatMin, 64, 2, 4},
+      {&clustertable::FatMin, 128, 4, 8},        {&clustertable::FatMin, 256, 8, 16},
+      {&clustertable::FatMin, 512, 16, 32},      {&clustertable::FatMin, 1024, 32, 64},
+      {&clustertable::FatMin, 2048, 64, 0},
+      {&clustertable::FatMax, 32, 8, 16},        {&clustertable::FatMax, 64, 16, 32},
+      {&clustertable::FatMax, 128, 32, 64},      {&clustertable::FatMax, 2048, 64, 0},
+      {&clustertable::Fat32Min, 2040, 1, 2},     {&clustertable::Fat32Min, 4080, 2, 4},
+      {&clustertable::Fat32Min, 8160, 4, 8},     {&clustertable::Fat32Min, 16320, 8, 16},
+      {&clustertable::Fat32Min, 32640, 16, 32},  {&clustertable::Fat32Min, 32768, 32, 0},
+      {&clustertable::Fat32Max, 68, 1, 2},       {&clustertable::Fat32Max, 132, 2, 4},
+      {&clustertable::Fat32Max, 260, 4, 8},      {&clustertable::Fat32Max, 516, 8, 16},
+      {&clustertable::Fat32Max, 1028, 16, 32},   {&clustertable::Fat32Max, 2052, 32, 64},
+      {&clustertable::Fat32Max, 32768, 64, 0},
+  };
+  for (const Row& r : rows) {
+    EXPECT_EQ(ClusterSectors(*r.table, r.limit), r.atLimit) << r.limit;
+    EXPECT_EQ(ClusterSectors(*r.table, r.limit + 1), r.above) << r.limit + 1;
+  }
+  EXPECT_EQ(ClusterSectors(clustertable::Fat32Max, 0x7fffffff), 0u);
+}
+
+// 16 MB is the last size of the small-FAT tables: 4 KB clusters exactly.
+TEST(ValidateDiskSettings, SixteenMegabyteFatUsesTheSmallTables) {
+  const wchar_t* na = L"Warning: specified cluster size is not available for this disk!\n";
+  for (auto [cluster, kept] : {std::pair{512u, false}, std::pair{4096u, true}}) {
+    DiskSettings s = plainDisk();
+    s.sizeMb = 16;
+    s.fileSystem = filesystem::Fat;
+    s.clusterSize = cluster;
+    const Validated v = validate(s, machine(), 0);
+    EXPECT_EQ(v.s.clusterSize, kept ? cluster : 0u) << cluster;
+    EXPECT_EQ(v.err, kept ? L"" : na) << cluster;
+  }
 }
 
 // ---- NTFS-only settings, label, extra mask ----
