@@ -19,7 +19,7 @@ bool sameClass(const InterfaceClass& a, const InterfaceClass& b) {
 
 }  // namespace
 
-std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(const InterfaceClass& cls) {
+std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(const InterfaceClass& cls, Scope scope) {
   if (m_.fault("SetupDiGetClassDevsW")) return std::nullopt;
   std::vector<Interface> found;
   if (sameClass(cls, kControllerInterface)) {
@@ -39,6 +39,8 @@ std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(c
       found.push_back({i++, fromUtf8(v.value("interfacePath", v.value("name", std::string())))});
     }
   }
+  m_.count("api", "SetupDiEnumDeviceInterfaces");
+  if (scope == Scope::FirstOnly && found.size() > 1) found.resize(1);
   return found;
 }
 

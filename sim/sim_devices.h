@@ -16,7 +16,7 @@ namespace vmd::sim {
 class SimSetup : public DeviceSetup {
  public:
   explicit SimSetup(Machine& m) : m_(m) {}
-  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls) override;
+  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override;
 
  private:
   Machine& m_;

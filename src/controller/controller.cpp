@@ -27,9 +27,9 @@ IoOutcome sendRequest(DeviceIo& io, const std::wstring& path, std::uint32_t acce
 }
 
 bool CQnIoCtrl::discover() {
-  const auto found = setup_.presentInterfaces(kControllerInterface);
-  if (!found) return false;
   // Only the interface enumerated first is used, even when others exist.
+  const auto found = setup_.presentInterfaces(kControllerInterface, DeviceSetup::Scope::FirstOnly);
+  if (!found) return false;
   for (const auto& i : *found) {
     if (i.index == 0) {
       path_ = i.path;

@@ -145,7 +145,7 @@ DiskInventory::LetterMap DiskInventory::buildLetterMap() {
 
 DiskInventory::VolumeMap DiskInventory::buildVolumeMap() {
   VolumeMap map;
-  const auto interfaces = app_.sys.setup.presentInterfaces(kVolumeInterface);
+  const auto interfaces = app_.sys.setup.presentInterfaces(kVolumeInterface, DeviceSetup::Scope::All);
   if (!interfaces) return map;
   for (const DeviceSetup::Interface& i : *interfaces) {
     const std::uint32_t type = app_.sys.volumes.driveType(i.path + L"\\");

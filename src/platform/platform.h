@@ -104,9 +104,11 @@ class DeviceSetup {
     std::uint32_t index;  // enumeration index
     std::wstring path;
   };
+  enum class Scope { All, FirstOnly };
   // The present interfaces of a class whose detail (path) could be read, in
-  // enumeration order. Nothing when the device set cannot be had.
-  virtual std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls) = 0;
+  // enumeration order. FirstOnly stops the enumeration after index 0, as the
+  // controller's discovery does. Nothing when the device set cannot be had.
+  virtual std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) = 0;
 };
 
 // CreateFileW / DeviceIoControl / FlushFileBuffers / CloseHandle.

@@ -201,10 +201,12 @@ bool Step::longOption(int& result) {
   }
   if (!doubleDash && findLetter(optstring_, *d_.nextchar)) return false;
 
+  // The warning names the option without any "=value".
+  const std::wstring name(d_.nextchar, static_cast<std::size_t>(end - d_.nextchar));
   if (doubleDash)
-    warn(L"Warning: unrecognized option '--%s'.\n", d_.nextchar);
+    warn(L"Warning: unrecognized option '--%s'.\n", name);
   else
-    warn(L"Warning: unrecognized option '%c%s'.\n", element[0], d_.nextchar);
+    warn(L"Warning: unrecognized option '%c%s'.\n", element[0], name);
   d_.nextchar = kEmpty;
   ++d_.optind;
   d_.optopt = 0;

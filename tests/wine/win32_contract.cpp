@@ -130,13 +130,13 @@ constexpr InterfaceClass kControllerClass{0x48FA1FE0, 0x7189, 0x432A, {0x9F, 0xD
 constexpr InterfaceClass kVolumeClass{0x53F5630D, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 
 void noControllerMeansAnEmptySet(Context& c) {
-  const auto found = c.setup->presentInterfaces(kControllerClass);
+  const auto found = c.setup->presentInterfaces(kControllerClass, DeviceSetup::Scope::FirstOnly);
   CHECK(found.has_value());
   if (found) CHECK_EQ(found->size(), std::size_t{0});
 }
 
 void volumeInterfacesComeInIndexOrderWithPaths(Context& c) {
-  const auto found = c.setup->presentInterfaces(kVolumeClass);
+  const auto found = c.setup->presentInterfaces(kVolumeClass, DeviceSetup::Scope::All);
   CHECK(found.has_value());
   if (!found) return;
   std::printf("    %zu volume interface(s)\n", found->size());

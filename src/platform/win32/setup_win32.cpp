@@ -57,7 +57,7 @@ class DetailBuffer {
 
 class Win32Setup : public DeviceSetup {
  public:
-  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls) override {
+  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override {
     const GUID guid = toGuid(cls);
     DevInfoSet set(::SetupDiGetClassDevsW(&guid, nullptr, nullptr, kPresentProfileInterfaces));
     if (!set) return std::nullopt;
@@ -78,8 +78,8 @@ class Win32Setup : public DeviceSetup {
         if (!detail.allocate(required)) return std::nullopt;
         ok = ::SetupDiGetDeviceInterfaceDetailW(set.get(), &data, detail.record(), detail.size(), &required, &device);
       }
-      if (!ok) continue;
-      found.push_back({index, detail.path()});
+      if (ok) found.push_back({index, detail.path()});
+      if (scope == Scope::FirstOnly) break;
     }
     return found;
   }
