@@ -143,6 +143,14 @@ void Machine::count(const std::string& group, const std::string& key) {
   g[key] = g.value(key, 0) + 1;
 }
 
+void Machine::note(const std::string& group, const std::string& key, const std::string& value) {
+  json& stats = state["stats"];
+  if (!stats.is_object()) stats = json::object();
+  json& g = stats[group];
+  if (!g.is_object()) g = json::object();
+  g[key] = value;
+}
+
 void Machine::sleep(std::uint32_t ms) {
   json& c = state["clock"];
   c["elapsedMs"] = c.value("elapsedMs", std::uint64_t{0}) + ms;

@@ -38,6 +38,8 @@ class Machine {
 
   // Request counters of this run (state["stats"]).
   void count(const std::string& group, const std::string& key);
+  // The last value seen for a key of this run's stats (e.g. buffer sizes).
+  void note(const std::string& group, const std::string& key, const std::string& value);
 
   // Virtual time: sleeping advances the clock and costs nothing.
   void sleep(std::uint32_t ms);

@@ -48,6 +48,9 @@ DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t 
                                        std::uint32_t disposition, std::uint32_t flags) {
   const std::string path = toUtf8(wpath);
   m_.count("opens", path);
+  m_.note("openModes", path,
+          "access=" + hex32(access) + " share=" + std::to_string(share) +
+              " disposition=" + std::to_string(disposition) + " flags=" + hex32(flags));
   if (auto e = m_.fault("CreateFileW", 0, path)) return {Invalid, *e};
   Opened o{Kind::Controller, path, access};
   const std::string lp = lowerAscii(path);
@@ -83,6 +86,7 @@ DeviceIo::ControlResult SimDeviceIo::control(Handle h, std::uint32_t code, const
   auto it = open_.find(h);
   if (it == open_.end()) return {false, 0, syserr::InvalidHandle};
   m_.count("requests", hex32(code));
+  m_.note("requestSizes", hex32(code), "in=" + std::to_string(inSize) + " out=" + std::to_string(outSize));
   if (auto e = m_.fault("DeviceIoControl", code, it->second.path)) return {false, 0, *e};
   switch (it->second.kind) {
     case Kind::Controller: {

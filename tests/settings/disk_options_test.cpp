@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "settings/sim_app.h"
+#include "support/sim_app.h"
 
 namespace vmd {
 namespace {

@@ -9,7 +9,7 @@
 #include "controller/codes.h"
 #include "settings/disk_settings.h"
 #include "settings/settings_record.h"
-#include "settings/sim_app.h"
+#include "support/sim_app.h"
 #include "shell/text_codec.h"
 #include "sim/record_layout.h"
 #include "sim/sim_services.h"

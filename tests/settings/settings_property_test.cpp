@@ -14,7 +14,7 @@
 #include "settings/disk_options.h"
 #include "settings/settings_record.h"
 #include "settings/settings_validation.h"
-#include "settings/sim_app.h"
+#include "support/sim_app.h"
 #include "sim/record_layout.h"
 
 namespace vmd {

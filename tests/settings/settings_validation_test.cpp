@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "settings/sim_app.h"
+#include "support/sim_app.h"
 
 namespace vmd {
 namespace {
