@@ -49,6 +49,9 @@ class OutputStreams {
  public:
   virtual ~OutputStreams() = default;
   virtual void write(Stream stream, const std::wstring& text) = 0;
+  // WriteConsoleW on the stream's standard handle, in one call. False, and
+  // nothing written, when that handle is not valid (or there is no console).
+  virtual bool writeConsole(Stream stream, const std::wstring& text) { return false; }
 };
 
 // One key from the console, without echo and without waiting for Enter.

@@ -14,6 +14,8 @@ void Output::message(Stream s, std::uint32_t id, std::initializer_list<const wch
     text->resize(end);
     text->push_back(L'\n');
   }
+  const bool direct = s == Stream::Out ? direct_.out : direct_.err;
+  if (direct && streams_.writeConsole(s, *text)) return;
   streams_.write(s, *text);
 }
 

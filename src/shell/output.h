@@ -37,10 +37,18 @@ constexpr std::uint32_t Cancelled = 0x1004;
 constexpr std::uint32_t UnknownCommand = 0x1005;
 }  // namespace msgid
 
+// Catalogue messages can be written straight to the console (WriteConsoleW)
+// instead of through the stream. This program keeps both switches off; the
+// path stays for a build that turns them on.
+struct DirectConsole {
+  bool out = false;
+  bool err = false;
+};
+
 class Output {
  public:
-  Output(OutputStreams& streams, MessageCatalog& catalog, KeyReader& keys)
-      : streams_(streams), catalog_(catalog), keys_(keys) {}
+  Output(OutputStreams& streams, MessageCatalog& catalog, KeyReader& keys, DirectConsole direct = {})
+      : streams_(streams), catalog_(catalog), keys_(keys), direct_(direct) {}
 
   template <class... Args>
   void out(std::wstring_view fmt, const Args&... args) {
@@ -73,6 +81,7 @@ class Output {
   OutputStreams& streams_;
   MessageCatalog& catalog_;
   KeyReader& keys_;
+  DirectConsole direct_;
 };
 
 // The 55-dash rule line used by listings and reports.

@@ -86,5 +86,30 @@ TEST_F(OutputTest, PromptReadsExactlyOneKey) {
   EXPECT_EQ(keys.queue.size(), 1u);
 }
 
+TEST_F(OutputTest, MessagesGoThroughTheStreamsWhileTheConsoleSwitchesAreOff) {
+  streams.console = true;
+  io.message(Stream::Out, 0x12, {L"a", L"b"});
+  EXPECT_TRUE(streams.consoleWrites.empty());
+  EXPECT_EQ(streams.out, L"a and b\n");
+}
+
+TEST_F(OutputTest, SwitchedOnMessagesGoToTheConsoleInOneWrite) {
+  streams.console = true;
+  Output direct(streams, catalog, keys, DirectConsole{true, false});
+  direct.message(Stream::Out, 0x10, {});
+  direct.message(Stream::Err, 0x11, {});
+  ASSERT_EQ(streams.consoleWrites.size(), 1u);
+  EXPECT_EQ(streams.consoleWrites[0].second, L"two breaks\n");
+  EXPECT_EQ(streams.out, L"");
+  EXPECT_EQ(streams.err, L"none");
+}
+
+TEST_F(OutputTest, SwitchedOnWithoutAConsoleFallsBackToTheStream) {
+  Output direct(streams, catalog, keys, DirectConsole{true, true});
+  direct.message(Stream::Err, 0x11, {});
+  EXPECT_TRUE(streams.consoleWrites.empty());
+  EXPECT_EQ(streams.err, L"none");
+}
+
 }  // namespace
 }  // namespace vmd

@@ -24,6 +24,12 @@ class CapturingStreams : public OutputStreams {
     all += text;
     writes.emplace_back(stream, text);
   }
+  // A console exists only when the test says so.
+  bool writeConsole(Stream stream, const std::wstring& text) override {
+    if (!console) return false;
+    consoleWrites.emplace_back(stream, text);
+    return true;
+  }
   void clear() {
     out.clear();
     err.clear();
@@ -35,6 +41,8 @@ class CapturingStreams : public OutputStreams {
   std::wstring err;
   std::wstring all;
   std::vector<std::pair<Stream, std::wstring>> writes;
+  bool console = false;
+  std::vector<std::pair<Stream, std::wstring>> consoleWrites;
 };
 
 // Messages and strings by id. formatMessage replaces %1..%9 with the inserts

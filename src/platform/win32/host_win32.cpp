@@ -25,6 +25,14 @@ class CrtStreams : public OutputStreams {
       std::fputws(text.c_str(), stdout);
     }
   }
+  bool writeConsole(Stream stream, const std::wstring& text) override {
+    const HANDLE h = ::GetStdHandle(stream == Stream::Out ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+    if (h == nullptr || h == INVALID_HANDLE_VALUE) return false;
+    std::fflush(stream == Stream::Out ? stdout : stderr);
+    DWORD written = 0;
+    ::WriteConsoleW(h, text.c_str(), static_cast<DWORD>(text.size()), &written, nullptr);
+    return true;
+  }
 };
 
 class ConsoleKeys : public KeyReader {
