@@ -7,7 +7,20 @@
 
 namespace vmd {
 
-inline bool isDecimalDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
+// The decimal digit blocks the Windows runtime reads as digits (wide digit
+// test and wcstol alike): ASCII, Arabic-Indic, Devanagari and the other
+// Indic scripts, Thai, Lao, Tibetan, Myanmar, Khmer, Mongolian, full-width.
+inline int decimalDigitValue(wchar_t c) {
+  static constexpr std::uint32_t kZeros[] = {0x0030, 0x0660, 0x06F0, 0x0966, 0x09E6, 0x0A66, 0x0AE6,
+                                             0x0B66, 0x0C66, 0x0CE6, 0x0D66, 0x0E50, 0x0ED0, 0x0F20,
+                                             0x1040, 0x17E0, 0x1810, 0xFF10};
+  const auto u = static_cast<std::uint32_t>(c);
+  for (std::uint32_t zero : kZeros)
+    if (u >= zero && u <= zero + 9) return static_cast<int>(u - zero);
+  return -1;
+}
+
+inline bool isDecimalDigit(wchar_t c) { return decimalDigitValue(c) >= 0; }
 
 inline std::int32_t decimalToLong(const wchar_t* text) {
   if (!text) return 0;
@@ -18,7 +31,7 @@ inline std::int32_t decimalToLong(const wchar_t* text) {
   std::int64_t v = 0;
   bool overflow = false;
   for (; isDecimalDigit(*p); ++p) {
-    v = v * 10 + (*p - L'0');
+    v = v * 10 + decimalDigitValue(*p);
     if (v > 0x80000000LL) {
       overflow = true;
       break;

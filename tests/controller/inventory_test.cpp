@@ -233,6 +233,15 @@ TEST(DecimalToLong, ReadsLikeTheRuntimeWithA32BitLong) {
   EXPECT_EQ(decimalToLong(nullptr), 0);
 }
 
+TEST(DecimalToLong, ReadsTheOtherDigitBlocksTheRuntimeKnows) {
+  EXPECT_EQ(decimalToLong(L"\xFF17"), 7);          // full-width 7
+  EXPECT_EQ(decimalToLong(L"\x0661\x0662"), 12);  // Arabic-Indic 1 2
+  EXPECT_EQ(decimalToLong(L"1\x0967x"), 11);       // ASCII 1, Devanagari 1
+  EXPECT_TRUE(isDecimalDigit(L'\x0E59'));
+  EXPECT_FALSE(isDecimalDigit(L'\xFF1A'));         // full-width colon follows full-width 9
+  EXPECT_FALSE(isDecimalDigit(L'\x00B2'));         // superscript two is no decimal digit
+}
+
 // --- drive letters ---
 
 TEST(DiskDriveLetters, DirectIoDiskHasTheLetterTheControllerOwns) {
