@@ -18,26 +18,30 @@ std::uint32_t shortBufferError(const json& controller) {
   return controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : syserr::InsufficientBuffer;
 }
 
-// 0x4601c: the 12-byte head (as the request, its total length covering the
-// record) followed by the disk's settings record.
-ControllerModel::Reply readSettingsRecord(json& controller, const std::uint8_t* in, std::uint32_t inSize,
-                                          std::uint8_t* out, std::uint32_t outSize) {
+// A record of one disk: the per-disk head in; out the record, after a 12-byte
+// head (as the request, its total length covering the record) when `withHead`.
+ControllerModel::Reply recordReply(json& controller, const std::uint8_t* in, std::uint32_t inSize,
+                                   std::uint8_t* out, std::uint32_t outSize, RecordBytes (*make)(const json&),
+                                   bool withHead) {
   const std::optional<std::uint32_t> target = diskHeadTarget(in, inSize);
   if (!target) return {0, syserr::InvalidParameter};
   const json* disk = findDisk(controller, *target);
   if (!disk) return {0, syserr::FileNotFound};
   RecordBytes record;
   try {
-    record = diskRecord(*disk);
+    record = make(*disk);
   } catch (const std::exception&) {
     return {0, syserr::GenFailure};  // settings the record layout cannot hold, or bad hex
   }
-  const std::size_t needed = 12 + record.size();
+  const std::size_t head = withHead ? 12 : 0;
+  const std::size_t needed = head + record.size();
   if (!out || outSize < needed) return {0, shortBufferError(controller)};
-  putLe32(out, 12);
-  putLe32(out + 4, static_cast<std::uint32_t>(needed));
-  std::memcpy(out + 8, in + 8, 4);
-  if (!record.empty()) std::memcpy(out + 12, record.data(), record.size());
+  if (withHead) {
+    putLe32(out, 12);
+    putLe32(out + 4, static_cast<std::uint32_t>(needed));
+    std::memcpy(out + 8, in + 8, 4);
+  }
+  if (!record.empty()) std::memcpy(out + head, record.data(), record.size());
   return {static_cast<std::uint32_t>(needed), 0};
 }
 
@@ -47,10 +51,10 @@ ControllerModel::Reply ControllerModel::recordRequest(std::uint32_t code, In in,
                                                       std::uint32_t outSize) {
   switch (code) {
     case ioctl::ReadDiskSettingsRecord:
-      return readSettingsRecord(c_, in, inSize, out, outSize);
+      return recordReply(c_, in, inSize, out, outSize, diskRecord, true);
 
     case ioctl::QueryDiskStatus:
-      return diskStatusReply(c_, in, inSize, out, outSize);
+      return recordReply(c_, in, inSize, out, outSize, diskStatusRecord, false);
 
     default:
       return {0, syserr::InvalidFunction};

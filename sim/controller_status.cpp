@@ -26,25 +26,4 @@ RecordBytes diskStatusRecord(const json& disk) {
   return diskRecord(described);
 }
 
-ControllerModel::Reply diskStatusReply(json& controller, const std::uint8_t* in, std::uint32_t inSize,
-                                       std::uint8_t* out, std::uint32_t outSize) {
-  const std::optional<std::uint32_t> target = diskHeadTarget(in, inSize);
-  if (!target) return {0, syserr::InvalidParameter};
-  const json* disk = findDisk(controller, *target);
-  if (!disk) return {0, syserr::FileNotFound};
-  RecordBytes record;
-  try {
-    record = diskStatusRecord(*disk);
-  } catch (const std::exception&) {
-    return {0, syserr::GenFailure};
-  }
-  if (!out || outSize < record.size()) {
-    const std::uint32_t error =
-        controller.contains("shortBufferError") ? parseNumber(controller["shortBufferError"]) : syserr::InsufficientBuffer;
-    return {0, error};
-  }
-  if (!record.empty()) std::memcpy(out, record.data(), record.size());
-  return {static_cast<std::uint32_t>(record.size()), 0};
-}
-
 }  // namespace vmd::sim

@@ -18,10 +18,4 @@ namespace vmd::sim {
 // std::runtime_error when the description cannot be made into a record.
 RecordBytes diskStatusRecord(const json& disk);
 
-// Answers 0x4606C: the 12-byte request head of a disk in, the bare status
-// record out; 122 (or the controller's "shortBufferError") while the buffer
-// is too small for the whole record.
-ControllerModel::Reply diskStatusReply(json& controller, const std::uint8_t* in, std::uint32_t inSize,
-                                       std::uint8_t* out, std::uint32_t outSize);
-
 }  // namespace vmd::sim

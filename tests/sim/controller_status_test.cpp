@@ -36,8 +36,14 @@ TEST(SimDiskStatus, RawStatusRecordIsTakenAsItStands) {
   EXPECT_EQ(diskStatusRecord(disk), (RecordBytes{1, 2}));
 }
 
+struct NoHost : HostHooks {};
+
 TEST(SimDiskStatus, RequestHeadIsCheckedLikeEveryDiskRequest) {
   json controller = {{"disks", json::array({{{"index", 1}, {"settings", json::object()}}})}};
+  NoHost host;
+  ControllerModel model(controller, host);
+  auto diskStatusReply = [&](json&, const std::uint8_t* in, std::uint32_t inSize, std::uint8_t* out,
+                             std::uint32_t outSize) { return model.handle(0x4606C, in, inSize, out, outSize); };
   std::uint8_t out[4096];
   std::uint8_t head[12] = {12, 0, 0, 0, 12, 0, 0, 0, 0, 0, 1, 0};
   EXPECT_EQ(diskStatusReply(controller, head, 12, out, sizeof out).error, 0u);
