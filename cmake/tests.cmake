@@ -10,6 +10,9 @@ target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_host vmdctl
 target_compile_definitions(vmdctl_unit_tests PRIVATE VMDCTL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
 gtest_discover_tests(vmdctl_unit_tests DISCOVERY_TIMEOUT 60 TEST_PREFIX "unit.")
 
+# No include points up the layers.
+add_test(NAME layers COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tools/check_layers.py ${CMAKE_SOURCE_DIR})
+
 set(SCENARIO_RUNNER ${CMAKE_SOURCE_DIR}/tests/scenario/run_scenario.py)
 file(GLOB_RECURSE SCENARIOS CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/scenario/cases/*.scn)
 foreach(scn ${SCENARIOS})
@@ -53,5 +56,7 @@ if(VMDCTL_WIN_BUILD_DIR)
   foreach(chk ${WINE_CHECKS})
     get_filename_component(name ${chk} NAME_WE)
     add_test(NAME wine.${name} COMMAND ${Python3_EXECUTABLE} ${chk} ${VMDCTL_WIN_BUILD_DIR} ${CMAKE_BINARY_DIR}/generated)
+    # Inside the prefix fixture, so that wine.stop never ends the server under it.
+    set_tests_properties(wine.${name} PROPERTIES FIXTURES_REQUIRED wineprefix)
   endforeach()
 endif()

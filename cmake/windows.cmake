@@ -40,7 +40,6 @@ add_custom_target(vmdctl_resources DEPENDS ${RES_DIR}/vmdctl_res.o ${GEN_DIR}/ca
 
 # --- The Win32 side of the platform.
 file(GLOB WIN32_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/platform/win32/*.cpp)
-list(FILTER WIN32_SOURCES EXCLUDE REGEX "/main[^/]*\\.cpp$")
 add_library(vmdctl_win32 STATIC ${WIN32_SOURCES})
 target_include_directories(vmdctl_win32 PUBLIC ${CMAKE_SOURCE_DIR}/src)
 # Windows 7 is the oldest system the program supports.
@@ -55,7 +54,7 @@ function(vmd_windows_executable target)
   add_dependencies(${target} vmdctl_resources)
 endfunction()
 
-vmd_windows_executable(vmdctl ${CMAKE_SOURCE_DIR}/src/platform/win32/main_win32.cpp)
+vmd_windows_executable(vmdctl ${CMAKE_SOURCE_DIR}/src/shell/main_win32.cpp)
 target_link_libraries(vmdctl PRIVATE vmdctl_win32 vmdctl_core)
 
 vmd_windows_executable(vmdctl-sim ${CMAKE_SOURCE_DIR}/sim/main.cpp)

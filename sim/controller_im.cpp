@@ -10,7 +10,7 @@
 #include <string>
 
 #include "controller/codes.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 #include "platform/platform.h"
 #include "sim/controller_model.h"
 

@@ -14,7 +14,7 @@
 
 #include "platform/host.h"
 #include "shell/dispatch.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 #include "sim/sim_platform.h"
 
 namespace {

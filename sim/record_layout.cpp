@@ -3,7 +3,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 #include "sim/sim_services.h"
 
 namespace vmd::sim {

@@ -1,8 +1,8 @@
 #include "platform/platform.h"
 #include "sim/sim_devices.h"
 
-#include "controller/controller.h"
-#include "shell/text_codec.h"
+#include "controller/codes.h"
+#include "base/text_codec.h"
 #include "sim/sim_volumes.h"
 
 namespace vmd::sim {

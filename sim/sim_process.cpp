@@ -1,6 +1,6 @@
 #include "sim/sim_process.h"
 
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd::sim {
 

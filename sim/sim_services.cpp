@@ -3,7 +3,7 @@
 
 #include <stdexcept>
 
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd::sim {
 

@@ -2,7 +2,7 @@
 #include "sim/sim_volumes.h"
 
 #include "controller/codes.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd::sim {
 

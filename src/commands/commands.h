@@ -1,7 +1,7 @@
 // The command handlers of the command table.
 #pragma once
 
-#include "shell/app.h"
+#include "console/app.h"
 
 namespace vmd {
 
@@ -16,5 +16,6 @@ CommandResult saveCommand(App& app, const wchar_t* programName, int argc, wchar_
 CommandResult exportCommand(App& app, const wchar_t* programName, int argc, wchar_t** argv);
 CommandResult imCommand(App& app, const wchar_t* programName, int argc, wchar_t** argv);
 CommandResult memCommand(App& app, const wchar_t* programName, int argc, wchar_t** argv);
+CommandResult verCommand(App& app, const wchar_t* programName, int argc, wchar_t** argv);
 
 }  // namespace vmd

@@ -3,11 +3,11 @@
 #include <array>
 
 #include "commands/commands.h"
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "controller/codes.h"
-#include "controller/decimal.h"
+#include "base/decimal.h"
 #include "controller/im_status.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "controller/inventory.h"
-#include "shell/app.h"
+#include "console/app.h"
 
 namespace vmd {
 

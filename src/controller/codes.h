@@ -3,7 +3,10 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+
+#include "platform/platform.h"
 
 namespace vmd {
 
@@ -50,7 +53,22 @@ struct DiskAddress {
 };
 
 // The 12-byte head of a per-disk request: head length, total length, address.
-std::array<std::uint8_t, 12> diskRequestHead(std::uint8_t diskNumber, std::uint32_t headLength = 12,
-                                             std::uint32_t totalLength = 12);
+inline std::array<std::uint8_t, 12> diskRequestHead(std::uint8_t diskNumber, std::uint32_t headLength = 12,
+                                                    std::uint32_t totalLength = 12) {
+  std::array<std::uint8_t, 12> h{};
+  for (int i = 0; i < 4; ++i) {
+    h[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(headLength >> (8 * i));
+    h[static_cast<std::size_t>(4 + i)] = static_cast<std::uint8_t>(totalLength >> (8 * i));
+  }
+  h[10] = diskNumber;
+  return h;
+}
+
+// The controller's device-interface class, {48FA1FE0-7189-432A-9FD4-9DB766B64B31}.
+inline constexpr InterfaceClass kControllerInterface = {
+    0x48FA1FE0, 0x7189, 0x432A, {0x9F, 0xD4, 0x9D, 0xB7, 0x66, 0xB6, 0x4B, 0x31}};
+// The system's volume interface class, {53F5630D-B6BF-11D0-94F2-00A0C91EFB8B}.
+inline constexpr InterfaceClass kVolumeInterface = {
+    0x53F5630D, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 
 }  // namespace vmd

@@ -1,20 +1,12 @@
 #include "controller/controller.h"
 
+#include <algorithm>
+#include <new>
+
 #include "controller/codes.h"
-#include "shell/format.h"
+#include "base/format.h"
 
 namespace vmd {
-
-std::array<std::uint8_t, 12> diskRequestHead(std::uint8_t diskNumber, std::uint32_t headLength,
-                                             std::uint32_t totalLength) {
-  std::array<std::uint8_t, 12> h{};
-  for (int i = 0; i < 4; ++i) {
-    h[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(headLength >> (8 * i));
-    h[static_cast<std::size_t>(4 + i)] = static_cast<std::uint8_t>(totalLength >> (8 * i));
-  }
-  h[10] = diskNumber;
-  return h;
-}
 
 IoOutcome sendRequest(DeviceIo& io, const std::wstring& path, std::uint32_t access, std::uint32_t share,
                       std::uint32_t flags, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
@@ -41,14 +33,32 @@ bool CQnIoCtrl::discover() {
 
 IoOutcome CQnIoCtrl::request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
                              std::uint32_t outSize) {
-  IoOutcome r = sendRequest(io_, path_, DeviceIo::GenericRead | DeviceIo::GenericWrite,
-                            DeviceIo::ShareRead | DeviceIo::ShareWrite, 0, code, in, inSize, out, outSize);
-  lastError_ = r.error;
-  return r;
+  return sendRequest(io_, path_, DeviceIo::GenericRead | DeviceIo::GenericWrite,
+                     DeviceIo::ShareRead | DeviceIo::ShareWrite, 0, code, in, inSize, out, outSize);
 }
 
-bool CQnIoCtrl::control(std::uint32_t code, const void* in, std::uint32_t inSize, void* out, std::uint32_t outSize) {
-  return request(code, in, inSize, out, outSize).ok;
+std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t code, std::uint8_t index,
+                                         std::uint32_t withheld) {
+  const auto request = diskRequestHead(index);
+  for (std::uint32_t size = 1024u;; size *= 2) {
+    Bytes buffer;
+    try {
+      buffer.assign(size, 0);
+    } catch (const std::bad_alloc&) {
+      return std::nullopt;
+    }
+    const std::uint32_t room = size > withheld ? size - withheld : 0;
+    const IoOutcome r = controller.request(code, request.data(), static_cast<std::uint32_t>(request.size()),
+                                           buffer.data() + (size - room), room);
+    if (r.ok) {
+      // Only what the controller returned was written into the buffer.
+      const std::uint32_t returned = std::min(r.returned, room);
+      const auto from = buffer.begin() + static_cast<std::ptrdiff_t>(size - room);
+      return Bytes(from, from + returned);
+    }
+    if ((r.error != syserr::InsufficientBuffer && r.error != syserr::MoreData) || size >= 102400u)
+      return std::nullopt;
+  }
 }
 
 bool checkSession(App& app) {
@@ -58,7 +68,7 @@ bool checkSession(App& app) {
     return false;
   }
   std::uint8_t rec[12] = {};
-  if (!c.control(ioctl::QueryControllerVersion, nullptr, 0, rec, sizeof rec)) {
+  if (!c.request(ioctl::QueryControllerVersion, nullptr, 0, rec, sizeof rec).ok) {
     app.io.err(L"Error: Tarnby Ramdisk controller version checking failed!\n");
     return false;
   }
@@ -83,18 +93,6 @@ bool checkSession(App& app) {
 
 std::wstring diskDevicePath(std::uint32_t diskNumber) {
   return format(L"\\\\.\\VelmoRdDevPort%dTarget%d", 0, static_cast<int>(diskNumber & 0xFF));
-}
-
-CommandResult verCommand(App& app, const wchar_t*, int, wchar_t**) {
-  if (!checkSession(app)) return Failed;
-  app.io.message(Stream::Out, msgid::Banner, {kCommanderVersion});
-  app.io.out(L"\n");
-  app.io.out(L"Commander version: %s\n", kCommanderVersion);
-  const ControllerFacts& f = app.controller.facts;
-  app.io.out(L"Controller version: %d.%d.%d\n", static_cast<int>(f.major), static_cast<int>(f.minor),
-             static_cast<int>(f.build));
-  app.io.out(L"\n");
-  return Success;
 }
 
 }  // namespace vmd

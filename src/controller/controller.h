@@ -3,20 +3,15 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "console/app.h"
+#include "controller/codes.h"
 #include "platform/platform.h"
-#include "shell/app.h"
 
 namespace vmd {
-
-// {48FA1FE0-7189-432A-9FD4-9DB766B64B31}
-inline constexpr InterfaceClass kControllerInterface = {
-    0x48FA1FE0, 0x7189, 0x432A, {0x9F, 0xD4, 0x9D, 0xB7, 0x66, 0xB6, 0x4B, 0x31}};
-// {53F5630D-B6BF-11D0-94F2-00A0C91EFB8B}
-inline constexpr InterfaceClass kVolumeInterface = {
-    0x53F5630D, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 
 // Result of one request: success, the bytes returned and, on failure, the
 // system error of the open or of the request.
@@ -41,12 +36,9 @@ class CQnIoCtrl {
   bool discover();
   const std::wstring& devicePath() const { return path_; }
 
-  // Open the controller for read and write (shared), one request, close. The
-  // reason of a failure is kept in lastError().
-  bool control(std::uint32_t code, const void* in, std::uint32_t inSize, void* out, std::uint32_t outSize);
-  // The same, giving the whole outcome.
+  // Open the controller for read and write (shared), one request, close. A
+  // failed open is a failed request, with the open's error.
   IoOutcome request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out, std::uint32_t outSize);
-  std::uint32_t lastError() const { return lastError_; }
 
   DeviceIo& io() { return io_; }
 
@@ -54,14 +46,23 @@ class CQnIoCtrl {
   DeviceSetup& setup_;
   DeviceIo& io_;
   std::wstring path_;
-  std::uint32_t lastError_ = 0;
 };
 
-// The layer on which the Invisible Memory requests are made.
+// The layer on which the Invisible Memory requests are made. It adds nothing;
+// it stands so that the controller object keeps its family of classes.
 class CImIoCtrl : public CQnIoCtrl {
  public:
   using CQnIoCtrl::CQnIoCtrl;
 };
+
+// A variable-size per-disk query: sends `code` with the 12-byte request for
+// disk `index` in a buffer that starts at 1024 bytes and is doubled while the
+// controller fails with 122 or 234 and the buffer is below 102400 bytes (so
+// the largest tried is 131072); each try opens the controller afresh. The
+// first `withheld` bytes of the buffer are not given to the controller.
+// Returns the bytes the controller returned, or nothing on any other failure.
+std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t code, std::uint8_t index,
+                                         std::uint32_t withheld);
 
 struct ControllerFacts {
   std::uint16_t major = 0, minor = 0, build = 0;
@@ -80,7 +81,5 @@ bool checkSession(App& app);
 
 // "\\.\VelmoRdDevPort0Target<n>" with n taken modulo 256.
 std::wstring diskDevicePath(std::uint32_t diskNumber);
-
-CommandResult verCommand(App& app, const wchar_t* programName, int argc, wchar_t** argv);
 
 }  // namespace vmd

@@ -1,6 +1,6 @@
 #include "controller/im_status.h"
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "controller/codes.h"
 
 namespace vmd {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <iterator>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "controller/codes.h"
-#include "controller/decimal.h"
-#include "shell/text_codec.h"
+#include "base/decimal.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 

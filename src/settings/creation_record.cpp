@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <new>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "settings/settings_record.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 

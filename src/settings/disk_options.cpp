@@ -1,7 +1,7 @@
 #include "settings/disk_options.h"
 
-#include "controller/decimal.h"
-#include "shell/text_codec.h"
+#include "base/decimal.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "settings/disk_settings.h"
-#include "shell/app.h"
+#include "console/app.h"
 
 namespace vmd {
 

@@ -1,10 +1,12 @@
 #include "settings/image_file.h"
 
-#include "controller/bytes.h"
+#include "controller/controller.h"
+
+#include "base/bytes.h"
 #include "controller/codes.h"
 #include "settings/disk_settings.h"
 #include "settings/settings_record.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 
@@ -32,7 +34,7 @@ int DetectImageFormat(FileService& files, const std::wstring& path, std::uint64_
 }
 
 std::optional<DiskStatus> QueryDiskStatus(CQnIoCtrl& controller, std::uint8_t index) {
-  return RequestGrowingReply(controller, ioctl::QueryDiskStatus, index, 0);
+  return requestGrowingReply(controller, ioctl::QueryDiskStatus, index, 0);
 }
 
 ImageFileStatus ParseImageFileStatus(const DiskStatus& status) {

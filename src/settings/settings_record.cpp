@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <new>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "controller/codes.h"
 #include "controller/controller.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 
@@ -17,8 +17,6 @@ using S = DiskSettingsRecord::Substance;
 using F = DiskSettingsRecord::Format;
 using I = DiskSettingsRecord::Image;
 
-constexpr std::uint32_t kFirstBuffer = 1024;
-constexpr std::uint32_t kGrowBelow = 102400;
 // The settings reply begins with a head laid out like the request.
 constexpr std::size_t kReplyHead = 12;
 
@@ -47,32 +45,8 @@ std::uint32_t DiskSettingsRecord::checksum(const Bytes& r) { return byteSum(r, C
 
 void DiskSettingsRecord::storeChecksum(Bytes& r) { put32(r, H::Checksum, checksum(r)); }
 
-std::optional<Bytes> RequestGrowingReply(CQnIoCtrl& controller, std::uint32_t code, std::uint8_t index,
-                                         std::uint32_t withheld) {
-  const auto request = diskRequestHead(index);
-  for (std::uint32_t size = kFirstBuffer;; size *= 2) {
-    Bytes buffer;
-    try {
-      buffer.assign(size, 0);
-    } catch (const std::bad_alloc&) {
-      return std::nullopt;
-    }
-    const std::uint32_t room = size > withheld ? size - withheld : 0;
-    const IoOutcome r = controller.request(code, request.data(), static_cast<std::uint32_t>(request.size()),
-                                           buffer.data() + (size - room), room);
-    if (r.ok) {
-      // Only what the controller returned was written into the buffer.
-      const std::uint32_t returned = std::min(r.returned, room);
-      const auto from = buffer.begin() + static_cast<std::ptrdiff_t>(size - room);
-      return Bytes(from, from + returned);
-    }
-    if ((r.error != syserr::InsufficientBuffer && r.error != syserr::MoreData) || size >= kGrowBelow)
-      return std::nullopt;
-  }
-}
-
 std::optional<Bytes> ReadDiskSettingsRecord(CQnIoCtrl& controller, std::uint8_t index) {
-  std::optional<Bytes> reply = RequestGrowingReply(controller, ioctl::ReadDiskSettingsRecord, index, 4);
+  std::optional<Bytes> reply = requestGrowingReply(controller, ioctl::ReadDiskSettingsRecord, index, 4);
   if (!reply || reply->size() < kReplyHead + H::TotalLength + 4) return std::nullopt;
   const std::size_t total = get32(*reply, kReplyHead + H::TotalLength);
   const std::size_t length = std::min(total, reply->size() - kReplyHead);

@@ -116,14 +116,6 @@ struct DiskSettingsRecord {
 std::optional<Bytes> ReadDiskSettingsRecord(CQnIoCtrl& controller, std::uint8_t index);
 std::optional<Bytes> ReadDiskSettingsRecord(App& app, std::uint8_t index);
 
-// The controller exchange behind ReadDiskSettingsRecord, for the variable-size
-// per-disk queries: sends `code` with the 12-byte request for `index`, growing
-// the buffer as above; the first `withheld` bytes of the buffer are not given
-// to the controller (4 for the settings record). Returns the bytes the
-// controller returned, from the start of what it was given, or nothing.
-std::optional<Bytes> RequestGrowingReply(CQnIoCtrl& controller, std::uint32_t code, std::uint8_t index,
-                                         std::uint32_t withheld);
-
 // Fills `settings` from a record. Fields the record does not carry keep their
 // values; node masks are appended to the list, not replacing it. Reads never
 // leave `record`: a field outside it reads as 0, a string stops at its end, a

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "settings/disk_settings.h"
-#include "shell/output.h"
+#include "console/output.h"
 
 namespace vmd {
 

@@ -3,7 +3,7 @@
 #include "controller/controller.h"
 #include "controller/im_status.h"
 #include "settings/image_file.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 

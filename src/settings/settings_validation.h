@@ -9,7 +9,7 @@
 #include <string>
 
 #include "settings/disk_settings.h"
-#include "shell/app.h"
+#include "console/app.h"
 
 namespace vmd {
 

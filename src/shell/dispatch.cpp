@@ -2,7 +2,7 @@
 
 #include "commands/commands.h"
 #include "controller/controller.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 

@@ -1,7 +1,7 @@
 // Start-up and command dispatch: one command word per run.
 #pragma once
 
-#include "shell/app.h"
+#include "console/app.h"
 
 namespace vmd {
 

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "controller/decimal.h"
-#include "shell/text_codec.h"
+#include "base/decimal.h"
+#include "base/text_codec.h"
 #include "sim/sim_platform.h"
 #include "support/fakes.h"
 

@@ -16,8 +16,8 @@
 #include "settings/creation_record.h"
 #include "settings/disk_options.h"
 #include "settings/settings_validation.h"
-#include "shell/app.h"
-#include "shell/text_codec.h"
+#include "console/app.h"
+#include "base/text_codec.h"
 #include "sim/record_layout.h"
 #include "sim/sim_platform.h"
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "settings/creation_record.h"
 #include "settings/settings_record.h"
 

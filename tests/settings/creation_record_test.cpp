@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "settings/settings_record.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 #include "sim/record_layout.h"
 
 namespace vmd {

@@ -5,12 +5,12 @@
 #include <map>
 #include <string>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "controller/codes.h"
 #include "settings/disk_settings.h"
 #include "settings/settings_record.h"
 #include "support/sim_app.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 #include "sim/record_layout.h"
 #include "sim/sim_services.h"
 

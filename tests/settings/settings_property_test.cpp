@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "settings/creation_record.h"
 #include "settings/disk_options.h"
 #include "settings/settings_record.h"

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "controller/bytes.h"
+#include "base/bytes.h"
 #include "controller/codes.h"
 #include "controller/controller.h"
 #include "platform/host.h"

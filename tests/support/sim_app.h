@@ -9,8 +9,8 @@
 
 #include "controller/controller.h"
 #include "platform/host.h"
-#include "shell/app.h"
-#include "shell/text_codec.h"
+#include "console/app.h"
+#include "base/text_codec.h"
 #include "sim/sim_platform.h"
 #include "support/fakes.h"
 

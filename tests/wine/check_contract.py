@@ -27,7 +27,10 @@ def main():
     env = dict(os.environ, WINEPREFIX=prefix, WINEDEBUG="-all")
     try:
         p = subprocess.run(["wine", exe], env=env, stdin=subprocess.DEVNULL, capture_output=True, timeout=240)
-    except subprocess.TimeoutExpired:
+    except subprocess.TimeoutExpired as e:
+        # What the program had written names the check it hung in.
+        sys.stdout.write((e.stdout or b"").decode("utf-8", errors="replace").replace("\r\n", "\n"))
+        sys.stdout.write((e.stderr or b"").decode("utf-8", errors="replace"))
         print("FAIL: vmdctl-contract.exe timed out")
         return 1
     sys.stdout.write(p.stdout.decode("utf-8", errors="replace").replace("\r\n", "\n"))

@@ -16,7 +16,7 @@
 #include "platform/message_text.h"
 #include "platform/win32/win32_platform.h"
 #include "resources/catalogue_data.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace {
 

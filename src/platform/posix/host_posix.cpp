@@ -5,7 +5,7 @@
 #include "platform/host.h"
 #include "platform/message_text.h"
 #include "resources/catalogue_data.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd {
 

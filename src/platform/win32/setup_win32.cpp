@@ -4,7 +4,7 @@
 
 #include "platform/win32/win32.h"
 #include "platform/win32/win32_platform.h"
-#include "shell/text_codec.h"
+#include "base/text_codec.h"
 
 namespace vmd::win32 {
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "platform/platform.h"
-#include "shell/option_scanner.h"
-#include "shell/output.h"
+#include "console/option_scanner.h"
+#include "console/output.h"
 
 namespace vmd {
 

@@ -3,7 +3,7 @@
 // options that carry a value after '=' (-m=compact, -i=1024).
 #pragma once
 
-#include "shell/output.h"
+#include "console/output.h"
 
 namespace vmd {
 

@@ -1,4 +1,4 @@
-#include "shell/option_scanner.h"
+#include "console/option_scanner.h"
 
 #include <gtest/gtest.h>
 

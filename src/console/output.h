@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "shell/format.h"
+#include "base/format.h"
 
 namespace vmd {
 
