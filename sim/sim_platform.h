@@ -36,7 +36,9 @@ class SimPlatform {
         files(m),
         registry(m),
         system(m),
-        platform{streams, keys, catalog, process, setup, io, volumes, files, registry, system} {}
+        clock(m),
+        broadcast(m),
+        platform{streams, keys, catalog, process, setup, io, volumes, files, registry, system, clock, broadcast} {}
 
   SimHost host;
   ControllerModel controller;
@@ -48,6 +50,8 @@ class SimPlatform {
   SimFiles files;
   SimRegistry registry;
   SimSystem system;
+  SimClock clock;
+  SimBroadcast broadcast;
   Platform platform;
 };
 

@@ -202,7 +202,7 @@ std::optional<std::wstring> SimSystem::windowsDirectory() {
   return fromUtf8(dir);
 }
 
-SystemTime SimSystem::systemTime() {
+SystemTime SimClock::systemTime() {
   // Civil date from the file time (days since 1601-01-01, proleptic Gregorian).
   const std::uint64_t ft = systemTimeAsFileTime();
   std::uint64_t ms = ft / 10000;
@@ -232,14 +232,14 @@ SystemTime SimSystem::systemTime() {
   return t;
 }
 
-std::uint64_t SimSystem::systemTimeAsFileTime() { return m_.fileTime(); }
+std::uint64_t SimClock::systemTimeAsFileTime() { return m_.fileTime(); }
 
-void SimSystem::sleep(std::uint32_t milliseconds) {
+void SimClock::sleep(std::uint32_t milliseconds) {
   m_.count("api", "Sleep");
   m_.sleep(milliseconds);
 }
 
-long SimSystem::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) {
+std::int32_t SimBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) {
   if (auto e = m_.fault("BroadcastSystemMessageW")) return -1;
   m_.state["broadcasts"].push_back(
       {{"flags", hex32(flags)}, {"message", hex32(message)}, {"wParam", hex32(static_cast<std::uint32_t>(wParam))},

@@ -44,11 +44,29 @@ class SimSystem : public SystemInfo {
   explicit SimSystem(Machine& m) : m_(m) {}
   std::optional<Memory> memoryStatus() override;
   std::optional<std::wstring> windowsDirectory() override;
+  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override;
+
+ private:
+  Machine& m_;
+};
+
+// Virtual time: sleeping advances the machine's clock and costs nothing.
+class SimClock : public Clock {
+ public:
+  explicit SimClock(Machine& m) : m_(m) {}
   SystemTime systemTime() override;
   std::uint64_t systemTimeAsFileTime() override;
   void sleep(std::uint32_t milliseconds) override;
-  long broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) override;
-  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override;
+
+ private:
+  Machine& m_;
+};
+
+class SimBroadcast : public DeviceBroadcast {
+ public:
+  explicit SimBroadcast(Machine& m) : m_(m) {}
+  std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                         const Bytes& record) override;
 
  private:
   Machine& m_;

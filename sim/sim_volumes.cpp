@@ -216,19 +216,19 @@ VolumeService::PathNames SimVolumes::volumePathNames(const std::wstring& wname, 
   return {true, 0, multi, static_cast<std::uint32_t>(multi.size())};
 }
 
-DeviceIo::Status SimVolumes::setVolumeMountPoint(const std::wstring& wmp, const std::wstring& wname) {
+SysStatus SimVolumes::setVolumeMountPoint(const std::wstring& wmp, const std::wstring& wname) {
   const std::string mp = toUtf8(wmp);
   if (auto e = m_.fault("SetVolumeMountPointW", 0, mp)) return {false, *e};
   return {false, syserr::NotSupported};
 }
 
-DeviceIo::Status SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
+SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
   const std::string mp = toUtf8(wmp);
   if (auto e = m_.fault("DeleteVolumeMountPointW", 0, mp)) return {false, *e};
   return {false, syserr::NotSupported};
 }
 
-DeviceIo::Status SimVolumes::setVolumeLabel(const std::wstring& wroot, const std::wstring*) {
+SysStatus SimVolumes::setVolumeLabel(const std::wstring& wroot, const std::wstring*) {
   const std::string root = toUtf8(wroot);
   if (auto e = m_.fault("SetVolumeLabelW", 0, root)) return {false, *e};
   return {false, syserr::NotSupported};

@@ -27,9 +27,9 @@ class SimVolumes : public VolumeService {
   FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) override;
   Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override;
   PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override;
-  DeviceIo::Status setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override;
-  DeviceIo::Status deleteVolumeMountPoint(const std::wstring& mountPoint) override;
-  DeviceIo::Status setVolumeLabel(const std::wstring& root, const std::wstring* label) override;
+  SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override;
+  SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) override;
+  SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override;
 
   // The volume a device path opens ("\\.\X:", an interface path, a volume
   // GUID name without its trailing backslash), or nothing.

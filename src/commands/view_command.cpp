@@ -81,7 +81,7 @@ CommandResult PrintDiskStatus(App& app, DiskInventory& inventory, const DiskInfo
   for (const std::wstring& volume : inventory.diskVolumePaths(disk.number, false)) {
     const VolumeService::Text name = app.sys.volumes.volumeNameForMountPoint(volume + L"\\", kVolumeNameChars);
     if (!name.ok) continue;
-    PrintVolumeDetails(app, name.text, false);
+    PrintVolumeDetails(app, name.value, false);
     app.io.out(kRule);
   }
   return Success;

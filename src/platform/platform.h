@@ -3,9 +3,10 @@
 // on Windows, sim/ implements them on the simulated machine. Nothing in this
 // header depends on <windows.h>.
 //
-// Error contract, for every call below that can fail: the failure is reported
-// in the returned value together with the system error code (the value
-// GetLastError would give on Windows). Nothing keeps a hidden "last error".
+// Error contract: each method says what its failure looks like. Where a call
+// reports why, the reason is the system error code (the value GetLastError
+// would give on Windows) in the returned value; nothing keeps a hidden "last
+// error". `ok` stands apart from `error`: a call may fail with error 0.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +41,18 @@ constexpr std::uint32_t AlreadyExists = 183;
 constexpr std::uint32_t MoreData = 234;
 constexpr std::uint32_t NoMoreItems = 259;
 }  // namespace syserr
+
+// The result of a call that can fail: ok, or not with the system's error.
+struct SysStatus {
+  bool ok;
+  std::uint32_t error;
+};
+template <class T>
+struct SysResult {
+  bool ok;
+  std::uint32_t error;
+  T value;
+};
 
 enum class Stream { Out, Err };
 
@@ -131,6 +144,7 @@ class DeviceIo {
     Handle handle;
     std::uint32_t error;
   };
+  // CreateFileW: Invalid and the error on failure.
   virtual OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
                           std::uint32_t disposition, std::uint32_t flags) = 0;
   struct ControlResult {
@@ -138,15 +152,58 @@ class DeviceIo {
     std::uint32_t returned;
     std::uint32_t error;
   };
-  // One synchronous request; out receives at most outSize bytes.
+  // One synchronous DeviceIoControl; out receives at most outSize bytes.
+  // ok false with the error on failure; `returned` may be set either way.
   virtual ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize,
                                 void* out, std::uint32_t outSize) = 0;
-  struct Status {
-    bool ok;
-    std::uint32_t error;
-  };
-  virtual Status flush(Handle h) = 0;
-  virtual void close(Handle h) = 0;
+  using Status = SysStatus;
+  virtual Status flush(Handle h) = 0;  // FlushFileBuffers
+  virtual void close(Handle h) = 0;    // CloseHandle; its failure is not reported
+};
+
+// An open device that closes itself: move-only, so a volume held across a
+// prompt is closed on every path out of the code that opened it.
+class DeviceHandle {
+ public:
+  DeviceHandle() = default;
+  DeviceHandle(DeviceIo& io, DeviceIo::Handle h) : io_(&io), h_(h) {}
+  DeviceHandle(const DeviceHandle&) = delete;
+  DeviceHandle& operator=(const DeviceHandle&) = delete;
+  DeviceHandle(DeviceHandle&& other) noexcept : io_(other.io_), h_(other.h_) { other.h_ = DeviceIo::Invalid; }
+  DeviceHandle& operator=(DeviceHandle&& other) noexcept {
+    if (this != &other) {
+      close();
+      io_ = other.io_;
+      h_ = other.h_;
+      other.h_ = DeviceIo::Invalid;
+    }
+    return *this;
+  }
+  ~DeviceHandle() { close(); }
+
+  // Opens `path` (open existing); an invalid handle and the error on failure.
+  static DeviceHandle open(DeviceIo& io, const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                           std::uint32_t flags, std::uint32_t* error = nullptr) {
+    const DeviceIo::OpenResult r = io.open(path, access, share, DeviceIo::OpenExisting, flags);
+    if (error) *error = r.error;
+    return r.handle == DeviceIo::Invalid ? DeviceHandle() : DeviceHandle(io, r.handle);
+  }
+
+  bool valid() const { return io_ && h_ != DeviceIo::Invalid; }
+  DeviceIo::ControlResult control(std::uint32_t code, const void* in = nullptr, std::uint32_t inSize = 0,
+                                  void* out = nullptr, std::uint32_t outSize = 0) {
+    if (!valid()) return {false, 0, 6};  // ERROR_INVALID_HANDLE
+    return io_->control(h_, code, in, inSize, out, outSize);
+  }
+  SysStatus flush() { return valid() ? io_->flush(h_) : SysStatus{false, 6}; }
+  void close() {
+    if (valid()) io_->close(h_);
+    h_ = DeviceIo::Invalid;
+  }
+
+ private:
+  DeviceIo* io_ = nullptr;
+  DeviceIo::Handle h_ = DeviceIo::Invalid;
 };
 
 // Drive types of GetDriveTypeW.
@@ -159,8 +216,10 @@ constexpr std::uint32_t Unknown = 0, NoRootDir = 1, Removable = 2, Fixed = 3, Re
 class VolumeService {
  public:
   virtual ~VolumeService() = default;
-  virtual std::uint32_t logicalDrives() = 0;                       // GetLogicalDrives
-  virtual std::uint32_t driveType(const std::wstring& root) = 0;   // GetDriveTypeW
+  // GetLogicalDrives: bit 0 is A:. 0 on failure; the program never asks why.
+  virtual std::uint32_t logicalDrives() = 0;
+  // GetDriveTypeW: drivetype::Unknown (0) or NoRootDir (1) when it cannot tell.
+  virtual std::uint32_t driveType(const std::wstring& root) = 0;
   struct VolumeInfo {
     bool ok;
     std::uint32_t error;
@@ -168,25 +227,25 @@ class VolumeService {
     std::uint32_t serial;
     std::wstring fileSystem;  // at most 24 characters
   };
-  virtual VolumeInfo volumeInformation(const std::wstring& root) = 0;  // GetVolumeInformationW
+  // GetVolumeInformationW; ok false with the error on failure.
+  virtual VolumeInfo volumeInformation(const std::wstring& root) = 0;
   struct FreeSpace {
     bool ok;
     std::uint32_t error;
     std::uint32_t sectorsPerCluster, bytesPerSector, freeClusters, totalClusters;
   };
-  virtual FreeSpace diskFreeSpace(const std::wstring& root) = 0;  // GetDiskFreeSpaceW
+  // GetDiskFreeSpaceW; ok false with the error on failure.
+  virtual FreeSpace diskFreeSpace(const std::wstring& root) = 0;
   struct FreeSpaceEx {
     bool ok;
     std::uint32_t error;
     std::uint64_t freeToCaller, totalBytes, totalFree;
   };
-  virtual FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) = 0;  // GetDiskFreeSpaceExW
-  struct Text {
-    bool ok;
-    std::uint32_t error;
-    std::wstring text;
-  };
-  // GetVolumeNameForVolumeMountPointW with a buffer of `chars` characters.
+  // GetDiskFreeSpaceExW; ok false with the error on failure.
+  virtual FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) = 0;
+  using Text = SysResult<std::wstring>;
+  // GetVolumeNameForVolumeMountPointW with a buffer of `chars` characters:
+  // the volume GUID name (\\?\Volume{...}\\); ok false with the error on failure.
   virtual Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) = 0;
   // GetVolumePathNamesForVolumeNameW with a buffer of `chars` characters: the
   // multi-string on success; on ERROR_MORE_DATA, `needed` holds the length asked for.
@@ -197,9 +256,12 @@ class VolumeService {
     std::uint32_t needed;
   };
   virtual PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) = 0;
-  virtual DeviceIo::Status setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) = 0;
-  virtual DeviceIo::Status deleteVolumeMountPoint(const std::wstring& mountPoint) = 0;
-  virtual DeviceIo::Status setVolumeLabel(const std::wstring& root, const std::wstring* label) = 0;
+  // SetVolumeMountPointW, DeleteVolumeMountPointW, SetVolumeLabelW (a null
+  // label removes it): ok false with the error on failure. Under Wine a failed
+  // DeleteVolumeMountPointW may leave the error 0.
+  virtual SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) = 0;
+  virtual SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) = 0;
+  virtual SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) = 0;
 };
 
 constexpr std::uint32_t InvalidFileAttributes = 0xFFFFFFFFu;
@@ -207,20 +269,25 @@ constexpr std::uint32_t InvalidFileAttributes = 0xFFFFFFFFu;
 class FileService {
  public:
   virtual ~FileService() = default;
-  virtual std::uint32_t attributes(const std::wstring& path) = 0;  // GetFileAttributesW
+  // GetFileAttributesW; InvalidFileAttributes when it fails, for any reason.
+  virtual std::uint32_t attributes(const std::wstring& path) = 0;
   struct Size {
     bool ok;
     std::uint32_t error;
     std::uint64_t bytes;
   };
+  // The length of a file; ok false with the error when it cannot be opened or read.
   virtual Size fileSize(const std::wstring& path) = 0;
   // Opens the file for reading (sharing read and write) and reads up to `count`
   // bytes from its start. Nothing when it cannot be opened or read.
   virtual std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) = 0;
-  // Create or truncate, write, close. error: 110 when it cannot be created,
-  // 29 when writing or closing failed (the file is closed in every case).
+  // Create or truncate, write, close. Returns 0, or 110 when it cannot be
+  // created and 29 when writing or closing failed, whatever the system's own
+  // error was: these two are what the program reports. The file is closed in
+  // every case; a failed write may leave it partly written.
   virtual std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) = 0;
-  virtual bool pathIsDirectory(const std::wstring& path) = 0;  // PathIsDirectoryW
+  // PathIsDirectoryW; false when it is not, or cannot be told.
+  virtual bool pathIsDirectory(const std::wstring& path) = 0;
 };
 
 // HKEY_LOCAL_MACHINE only: the program reads and writes nothing else.
@@ -240,10 +307,12 @@ class Registry {
     // included) and `dataBytes` data bytes: error 0, 234 (too long), 259 (no more).
     virtual std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
                                     Value& out) = 0;
+    // RegDeleteValueW, RegSetValueExW with REG_BINARY: 0 or the error.
     virtual std::uint32_t deleteValue(const std::wstring& name) = 0;
     virtual std::uint32_t setBinary(const std::wstring& name, const Bytes& data) = 0;
   };
-  // Opened with read and write access (KEY_READ | KEY_WRITE); error on failure.
+  // Opened with read and write access (KEY_READ | KEY_WRITE); null and the
+  // error on failure. Deleting while enumerating shifts later values down.
   virtual std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) = 0;
 };
 
@@ -257,16 +326,32 @@ class SystemInfo {
   struct Memory {
     std::uint64_t totalPhys, availPhys;
   };
-  virtual std::optional<Memory> memoryStatus() = 0;          // GlobalMemoryStatusEx
-  virtual std::optional<std::wstring> windowsDirectory() = 0;  // GetSystemWindowsDirectoryW
-  virtual SystemTime systemTime() = 0;                       // GetSystemTime (UTC)
-  virtual std::uint64_t systemTimeAsFileTime() = 0;          // GetSystemTimeAsFileTime
-  virtual void sleep(std::uint32_t milliseconds) = 0;
-  // BroadcastSystemMessageW(flags, all components, msg, wParam, the record).
-  virtual long broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) = 0;
+  // GlobalMemoryStatusEx; nothing on failure.
+  virtual std::optional<Memory> memoryStatus() = 0;
+  // GetSystemWindowsDirectoryW; nothing on failure.
+  virtual std::optional<std::wstring> windowsDirectory() = 0;
   // The "Signature" property of every Win32_DiskDrive object of root\cimv2
   // that has one; nothing when the namespace or the query fails.
   virtual std::optional<std::vector<std::uint32_t>> diskDriveSignatures() = 0;
+};
+
+// The time of day and the one way the program waits. None of these fail.
+class Clock {
+ public:
+  virtual ~Clock() = default;
+  virtual SystemTime systemTime() = 0;               // GetSystemTime (UTC)
+  virtual std::uint64_t systemTimeAsFileTime() = 0;  // GetSystemTimeAsFileTime
+  virtual void sleep(std::uint32_t milliseconds) = 0;  // Sleep
+};
+
+// Messages to every top-level window and driver of the session.
+class DeviceBroadcast {
+ public:
+  virtual ~DeviceBroadcast() = default;
+  // BroadcastSystemMessageW(flags, all components, message, wParam, the
+  // record as lParam): positive on success, -1 on failure.
+  virtual std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                                 const Bytes& record) = 0;
 };
 
 // Everything the program may ask of the system, handed to the commands.
@@ -281,6 +366,8 @@ struct Platform {
   FileService& files;
   Registry& registry;
   SystemInfo& system;
+  Clock& clock;
+  DeviceBroadcast& broadcast;
 };
 
 }  // namespace vmd

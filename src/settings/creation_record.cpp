@@ -40,8 +40,8 @@ std::uint32_t FolderListBytes(const std::array<std::wstring, kMaxCustomFolders>&
   return bytes;
 }
 
-std::uint32_t ChooseDiskSignature(SystemInfo& system) {
-  const std::uint64_t ft = system.systemTimeAsFileTime();
+std::uint32_t ChooseDiskSignature(Clock& clock, SystemInfo& system) {
+  const std::uint64_t ft = clock.systemTimeAsFileTime();
   const auto low = static_cast<std::uint32_t>(ft);
   const auto high = static_cast<std::uint32_t>(ft >> 32);
   std::uint32_t candidate = (low >> 24) | (high << 8);
@@ -56,8 +56,8 @@ std::uint32_t ChooseDiskSignature(SystemInfo& system) {
   return candidate;
 }
 
-std::uint32_t ChooseVolumeSerial(SystemInfo& system) {
-  const SystemTime t = system.systemTime();
+std::uint32_t ChooseVolumeSerial(Clock& clock) {
+  const SystemTime t = clock.systemTime();
   const std::uint32_t b0 = (t.year + t.hour) & 0xFF;
   const std::uint32_t b1 = ((t.year >> 8) + t.minute) & 0xFF;
   const std::uint32_t b2 = (t.month + t.second) & 0xFF;
@@ -66,7 +66,8 @@ std::uint32_t ChooseVolumeSerial(SystemInfo& system) {
   return serial == 0 ? 1 : serial;
 }
 
-std::optional<Bytes> BuildCreationRecord(const DiskSettings& s, const Bytes* previous, SystemInfo& system) {
+std::optional<Bytes> BuildCreationRecord(const DiskSettings& s, const Bytes* previous, Clock& clock,
+                                         SystemInfo& system) {
   const std::wstring prefix = DiskSettingsRecord::PathPrefix;
 
   // Section lengths. The layout holds them in 16 bits.
@@ -137,7 +138,7 @@ std::optional<Bytes> BuildCreationRecord(const DiskSettings& s, const Bytes* pre
     put32(r, H::Signature, get32(*previous, H::Signature));
   } else {
     put8(r, H::DiskIndex, DiskSettingsRecord::NewDiskIndex);
-    put32(r, H::Signature, ChooseDiskSignature(system));
+    put32(r, H::Signature, ChooseDiskSignature(clock, system));
   }
 
   const std::size_t sub = substanceOffset;
@@ -179,7 +180,7 @@ std::optional<Bytes> BuildCreationRecord(const DiskSettings& s, const Bytes* pre
     if (prevFormat.present() && (get8(*previous, prevFormat.offset + F::ExtraMask) & fsextra::AutoSerial))
       serial = get32(*previous, prevFormat.offset + F::Serial);
     else
-      serial = ChooseVolumeSerial(system);
+      serial = ChooseVolumeSerial(clock);
   }
   put8(r, fmt + F::ExtraMask, extra);
   put32(r, fmt + F::Serial, serial);

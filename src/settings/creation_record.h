@@ -16,19 +16,20 @@ namespace vmd {
 // Builds the creation record of `settings`. With `previous` (the disk's
 // record as read before edit or rebuild) the disk keeps its index, its
 // signature and an automatically chosen serial; without it the index is 255
-// and the signature is ChooseDiskSignature's. `system` gives the clock and
-// the disk signatures for the generators. Nothing when the record cannot be
+// and the signature is ChooseDiskSignature's. `clock` and `system` give the
+// time and the disk signatures for the generators. Nothing when the record cannot be
 // allocated, or when a section or the whole record would not fit the 16-bit
 // lengths and offsets of the layout (validated settings never come near that).
-std::optional<Bytes> BuildCreationRecord(const DiskSettings& settings, const Bytes* previous, SystemInfo& system);
+std::optional<Bytes> BuildCreationRecord(const DiskSettings& settings, const Bytes* previous, Clock& clock,
+                                         SystemInfo& system);
 
 // A signature no disk in the system has, never 0: bits 24..55 of the current
 // file time, stepped by 1 past every signature the management service
 // reports. Unchecked when that service fails.
-std::uint32_t ChooseDiskSignature(SystemInfo& system);
+std::uint32_t ChooseDiskSignature(Clock& clock, SystemInfo& system);
 
 // A serial from the current UTC time, never 0.
-std::uint32_t ChooseVolumeSerial(SystemInfo& system);
+std::uint32_t ChooseVolumeSerial(Clock& clock);
 
 // Byte size of the custom-folder list as the format section stores it: each
 // name with its NUL, then one more NUL; 0 for a count of 0, 2 for a negative

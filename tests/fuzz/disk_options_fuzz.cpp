@@ -118,7 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check(s.volumeLabel.size() <= 32);
   // Names the last folder slot holds are taken unchecked, so only validated
   // fields bound the record; it must still be what the driver accepts.
-  const std::optional<vmd::Bytes> record = vmd::BuildCreationRecord(s, nullptr, sim.platform.system);
+  const std::optional<vmd::Bytes> record = vmd::BuildCreationRecord(s, nullptr, sim.platform.clock, sim.platform.system);
   if (record) check(vmd::sim::checkRecord(*record).empty());
   return 0;
 }

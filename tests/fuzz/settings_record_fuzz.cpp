@@ -12,14 +12,13 @@
 
 namespace {
 
-class FixedSystem : public vmd::SystemInfo {
+class FixedSystem : public vmd::SystemInfo, public vmd::Clock {
  public:
   std::optional<Memory> memoryStatus() override { return std::nullopt; }
   std::optional<std::wstring> windowsDirectory() override { return std::nullopt; }
   vmd::SystemTime systemTime() override { return {2026, 11, 0, 22, 3, 41, 22, 500}; }
   std::uint64_t systemTimeAsFileTime() override { return 0x01DA2B3C4D5E6F70ull; }
   void sleep(std::uint32_t) override {}
-  long broadcast(std::uint32_t, std::uint32_t, std::uint64_t, const vmd::Bytes&) override { return 1; }
   std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override { return std::vector<std::uint32_t>{}; }
 };
 
@@ -85,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   normalise(s);
   FixedSystem system;
-  const std::optional<vmd::Bytes> built = vmd::BuildCreationRecord(s, &record, system);
+  const std::optional<vmd::Bytes> built = vmd::BuildCreationRecord(s, &record, system, system);
   check(built.has_value());  // normalised settings stay far inside the 16-bit layout
   check(vmd::DiskSettingsRecord::checksum(*built) == vmd::get32(*built, vmd::DiskSettingsRecord::Header::Checksum));
   check(vmd::get8(*built, vmd::DiskSettingsRecord::Header::DiskIndex) ==

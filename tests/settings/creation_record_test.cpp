@@ -19,7 +19,7 @@ using F = DiskSettingsRecord::Format;
 using I = DiskSettingsRecord::Image;
 
 // A clock and a disk-signature list under the test's control.
-class FakeSystem : public SystemInfo {
+class FakeSystem : public SystemInfo, public Clock {
  public:
   std::optional<Memory> memoryStatus() override { return std::nullopt; }
   std::optional<std::wstring> windowsDirectory() override { return std::nullopt; }
@@ -29,7 +29,6 @@ class FakeSystem : public SystemInfo {
   }
   std::uint64_t systemTimeAsFileTime() override { return fileTime; }
   void sleep(std::uint32_t) override {}
-  long broadcast(std::uint32_t, std::uint32_t, std::uint64_t, const Bytes&) override { return 1; }
   std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override {
     ++signatureQueries;
     return signatures;
@@ -49,7 +48,7 @@ constexpr std::uint32_t kTimeSerial = 0x0A2130EDu;
 
 Bytes build(const DiskSettings& s, const Bytes* previous = nullptr) {
   FakeSystem system;
-  auto r = BuildCreationRecord(s, previous, system);
+  auto r = BuildCreationRecord(s, previous, system, system);
   EXPECT_TRUE(r);
   return r ? *r : Bytes{};
 }
@@ -72,33 +71,33 @@ TEST(ChooseVolumeSerial, ZeroBecomesOne) {
 
 TEST(ChooseDiskSignature, TakesBits24To55OfTheFileTime) {
   FakeSystem system;
-  EXPECT_EQ(ChooseDiskSignature(system), kTimeSignature);
+  EXPECT_EQ(ChooseDiskSignature(system, system), kTimeSignature);
   EXPECT_EQ(system.signatureQueries, 1);
 }
 
 TEST(ChooseDiskSignature, StepsPastEveryTakenSignature) {
   FakeSystem system;
   system.signatures = std::vector<std::uint32_t>{kTimeSignature + 1, 7, kTimeSignature, kTimeSignature + 2};
-  EXPECT_EQ(ChooseDiskSignature(system), kTimeSignature + 3);
+  EXPECT_EQ(ChooseDiskSignature(system, system), kTimeSignature + 3);
 }
 
 TEST(ChooseDiskSignature, WrapsFromAllOnesToOneNeverZero) {
   FakeSystem system;
   system.fileTime = 0x00FFFFFFFF000000ull;
   system.signatures = std::vector<std::uint32_t>{0xFFFFFFFF, 1};
-  EXPECT_EQ(ChooseDiskSignature(system), 2u);
+  EXPECT_EQ(ChooseDiskSignature(system, system), 2u);
 }
 
 TEST(ChooseDiskSignature, ZeroCandidateBecomesOne) {
   FakeSystem system;
   system.fileTime = 0xFF00000000FFFFFFull;  // bits 24..55 all clear
-  EXPECT_EQ(ChooseDiskSignature(system), 1u);
+  EXPECT_EQ(ChooseDiskSignature(system, system), 1u);
 }
 
 TEST(ChooseDiskSignature, FailedQueryLeavesTheCandidateUnchecked) {
   FakeSystem system;
   system.signatures = std::nullopt;
-  EXPECT_EQ(ChooseDiskSignature(system), kTimeSignature);
+  EXPECT_EQ(ChooseDiskSignature(system, system), kTimeSignature);
 }
 
 TEST(FolderListBytes, SumsNamesWithTheirNulsAndOneClosingNul) {
@@ -112,7 +111,7 @@ TEST(FolderListBytes, SumsNamesWithTheirNulsAndOneClosingNul) {
 
 TEST(BuildCreationRecord, DefaultSettingsGiveThe188ByteRecordByteForByte) {
   FakeSystem system;
-  const auto r = BuildCreationRecord(DiskSettings{}, nullptr, system);
+  const auto r = BuildCreationRecord(DiskSettings{}, nullptr, system, system);
   ASSERT_TRUE(r);
 
   Bytes expect(188, 0);
@@ -268,7 +267,7 @@ TEST(BuildCreationRecord, ImageSectionFollowsTheFormatSectionOn16Bytes) {
 TEST(BuildCreationRecord, NewDiskGetsIndex255AndAFreeSignature) {
   FakeSystem system;
   system.signatures = std::vector<std::uint32_t>{kTimeSignature};
-  const auto r = BuildCreationRecord(DiskSettings{}, nullptr, system);
+  const auto r = BuildCreationRecord(DiskSettings{}, nullptr, system, system);
   ASSERT_TRUE(r);
   EXPECT_EQ(get8(*r, H::DiskIndex), 255);
   EXPECT_EQ(get8(*r, H::Marker), 0x80);
@@ -278,7 +277,7 @@ TEST(BuildCreationRecord, NewDiskGetsIndex255AndAFreeSignature) {
 TEST(BuildCreationRecord, EditedDiskKeepsIndexAndSignature) {
   Bytes previous = sim::buildRecord({{"index", 6}, {"signature", "0xA1B2C3D4"}});
   FakeSystem system;
-  const auto r = BuildCreationRecord(DiskSettings{}, &previous, system);
+  const auto r = BuildCreationRecord(DiskSettings{}, &previous, system, system);
   ASSERT_TRUE(r);
   EXPECT_EQ(get8(*r, H::DiskIndex), 6);
   EXPECT_EQ(get32(*r, H::Signature), 0xA1B2C3D4u);
@@ -288,7 +287,7 @@ TEST(BuildCreationRecord, EditedDiskKeepsIndexAndSignature) {
 TEST(BuildCreationRecord, AutomaticSerialSurvivesEdit) {
   const Bytes previous = sim::buildRecord({{"volumeSerial", "0x0BADF00D"}, {"fsExtraMask", 0x08}});
   FakeSystem system;
-  const auto r = BuildCreationRecord(DiskSettings{}, &previous, system);
+  const auto r = BuildCreationRecord(DiskSettings{}, &previous, system, system);
   ASSERT_TRUE(r);
   EXPECT_EQ(get8(*r, 128 + F::ExtraMask), 0x08);
   EXPECT_EQ(get32(*r, 128 + F::Serial), 0x0BADF00Du);
@@ -403,12 +402,12 @@ TEST(BuildCreationRecord, RecordBeyondSixteenBitsIsNotBuilt) {
   DiskSettings s;
   s.numaNodeMasks.assign(8200, 1);  // 56 + 65600 bytes of substance
   FakeSystem system;
-  EXPECT_FALSE(BuildCreationRecord(s, nullptr, system));
+  EXPECT_FALSE(BuildCreationRecord(s, nullptr, system, system));
   s.numaNodeMasks.assign(100, 1);
   s.imageFile.assign(33000, L'x');
-  EXPECT_FALSE(BuildCreationRecord(s, nullptr, system));
+  EXPECT_FALSE(BuildCreationRecord(s, nullptr, system, system));
   s.imageFile.assign(247, L'x');
-  EXPECT_TRUE(BuildCreationRecord(s, nullptr, system));
+  EXPECT_TRUE(BuildCreationRecord(s, nullptr, system, system));
 }
 
 TEST(BuildCreationRecord, ReadsBackAsTheSameSettings) {

@@ -199,7 +199,7 @@ TEST(SettingsProperty, CreationRecordGivesBackTheValidatedSettings) {
     ASSERT_LE(s.physicalDriveSizeMb, s.sizeMb);
     ASSERT_LE(s.imQuotaMb, s.sizeMb);
 
-    const std::optional<Bytes> record = BuildCreationRecord(s, nullptr, sim.platform.system);
+    const std::optional<Bytes> record = BuildCreationRecord(s, nullptr, sim.platform.clock, sim.platform.system);
     ASSERT_TRUE(record);
     ASSERT_EQ(sim::checkRecord(*record), "");
     ASSERT_EQ(get32(*record, 4), record->size());

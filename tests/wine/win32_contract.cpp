@@ -31,6 +31,8 @@ struct Context {
   std::unique_ptr<FileService> files = win32::makeFileService();
   std::unique_ptr<Registry> registry = win32::makeRegistry();
   std::unique_ptr<SystemInfo> system = win32::makeSystemInfo();
+  std::unique_ptr<Clock> clock = win32::makeClock();
+  std::unique_ptr<DeviceBroadcast> broadcast = win32::makeDeviceBroadcast();
   std::wstring scratch;  // a folder for files, C:\windows\temp
 };
 
@@ -231,12 +233,12 @@ void volumeNameAndPathNamesOfC(Context& c) {
     CHECK(name.error != 0);
     return;
   }
-  CHECK_EQ(name.text.rfind(L"\\\\?\\Volume{", 0), std::size_t{0});
-  const VolumeService::PathNames small = c.volumes->volumePathNames(name.text, 2);
+  CHECK_EQ(name.value.rfind(L"\\\\?\\Volume{", 0), std::size_t{0});
+  const VolumeService::PathNames small = c.volumes->volumePathNames(name.value, 2);
   CHECK(!small.ok);
   CHECK_EQ(small.error, syserr::MoreData);
   CHECK(small.needed > 2);
-  const VolumeService::PathNames all = c.volumes->volumePathNames(name.text, small.needed);
+  const VolumeService::PathNames all = c.volumes->volumePathNames(name.value, small.needed);
   CHECK(all.ok);
   CHECK(all.multiString.size() >= 2);
   CHECK(all.multiString.size() >= 2 && all.multiString.back() == 0 && all.multiString[all.multiString.size() - 2] == 0);
@@ -373,15 +375,15 @@ void windowsDirectoryIsCWindows(Context& c) {
 }
 
 void clockAgreesWithItselfAndSleepWaits(Context& c) {
-  const std::uint64_t before = c.system->systemTimeAsFileTime();
-  const SystemTime t = c.system->systemTime();
+  const std::uint64_t before = c.clock->systemTimeAsFileTime();
+  const SystemTime t = c.clock->systemTime();
   CHECK(t.year >= 2024);
   CHECK(t.month >= 1 && t.month <= 12);
   CHECK(t.day >= 1 && t.day <= 31);
   CHECK(t.dayOfWeek <= 6);
   CHECK(t.hour <= 23 && t.minute <= 59 && t.second <= 60 && t.milliseconds <= 999);
-  c.system->sleep(50);
-  const std::uint64_t after = c.system->systemTimeAsFileTime();
+  c.clock->sleep(50);
+  const std::uint64_t after = c.clock->systemTimeAsFileTime();
   CHECK(after >= before + 40 * 10000ull);  // 100 ns units
   CHECK(before > 133485408000000000ull);   // after 2024-01-01
 }
@@ -397,7 +399,7 @@ void diskSignaturesComeFromWmi(Context& c) {
 void broadcastReachesAllComponents(Context& c) {
   // A volume arrival for Q: (unit mask bit 16), as the program announces a new letter.
   const Bytes record{0x12, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0};
-  const long r = c.system->broadcast(0x122, 0x219, 0x8000, record);
+  const std::int32_t r = c.broadcast->broadcast(0x122, 0x219, 0x8000, record);
   std::printf("    result %ld\n", r);
   CHECK(r > 0);
 }

@@ -15,6 +15,9 @@ Win32Platform::Win32Platform()
       files_(makeFileService()),
       registry_(makeRegistry()),
       system_(makeSystemInfo()),
-      platform{*streams_, *keys_, *catalog_, *process_, *setup_, *io_, *volumes_, *files_, *registry_, *system_} {}
+      clock_(makeClock()),
+      broadcast_(makeDeviceBroadcast()),
+      platform{*streams_,  *keys_,     *catalog_, *process_, *setup_,  *io_,
+               *volumes_, *files_,    *registry_, *system_,  *clock_, *broadcast_} {}
 
 }  // namespace vmd::win32

@@ -60,26 +60,6 @@ class Win32System : public SystemInfo {
     return std::wstring(buffer.data(), length);
   }
 
-  SystemTime systemTime() override {
-    SYSTEMTIME t{};
-    ::GetSystemTime(&t);
-    return {t.wYear, t.wMonth, t.wDayOfWeek, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds};
-  }
-
-  std::uint64_t systemTimeAsFileTime() override {
-    FILETIME ft{};
-    ::GetSystemTimeAsFileTime(&ft);
-    return (std::uint64_t{ft.dwHighDateTime} << 32) | ft.dwLowDateTime;
-  }
-
-  void sleep(std::uint32_t milliseconds) override { ::Sleep(milliseconds); }
-
-  long broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) override {
-    DWORD recipients = BSM_ALLCOMPONENTS;
-    return ::BroadcastSystemMessageW(flags, &recipients, message, static_cast<WPARAM>(wParam),
-                                     reinterpret_cast<LPARAM>(record.data()));
-  }
-
   std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override {
     ComRef<IWbemLocator> locator;
     if (FAILED(::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
@@ -116,6 +96,41 @@ class Win32System : public SystemInfo {
 
 }  // namespace
 
+namespace {
+
+class Win32Clock : public Clock {
+ public:
+  SystemTime systemTime() override {
+    SYSTEMTIME t{};
+    ::GetSystemTime(&t);
+    return {t.wYear, t.wMonth, t.wDayOfWeek, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds};
+  }
+
+  std::uint64_t systemTimeAsFileTime() override {
+    FILETIME ft{};
+    ::GetSystemTimeAsFileTime(&ft);
+    return (std::uint64_t{ft.dwHighDateTime} << 32) | ft.dwLowDateTime;
+  }
+
+  void sleep(std::uint32_t milliseconds) override { ::Sleep(milliseconds); }
+
+};
+
+class Win32Broadcast : public DeviceBroadcast {
+ public:
+  std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) override {
+    DWORD recipients = BSM_ALLCOMPONENTS;
+    const long r = ::BroadcastSystemMessageW(flags, &recipients, message, static_cast<WPARAM>(wParam),
+                                     reinterpret_cast<LPARAM>(record.data()));
+    return r < 0 ? -1 : static_cast<std::int32_t>(r);
+  }
+
+};
+
+}  // namespace
+
 std::unique_ptr<SystemInfo> makeSystemInfo() { return std::make_unique<Win32System>(); }
+std::unique_ptr<Clock> makeClock() { return std::make_unique<Win32Clock>(); }
+std::unique_ptr<DeviceBroadcast> makeDeviceBroadcast() { return std::make_unique<Win32Broadcast>(); }
 
 }  // namespace vmd::win32

@@ -14,7 +14,7 @@ constexpr DWORD kFileSystemChars = 25;
 
 std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
 
-DeviceIo::Status status(BOOL ok) { return {ok != FALSE, ok ? 0 : lastError()}; }
+SysStatus status(BOOL ok) { return {ok != FALSE, ok ? 0 : lastError()}; }
 
 class Win32Volumes : public VolumeService {
  public:
@@ -72,15 +72,15 @@ class Win32Volumes : public VolumeService {
     return {true, 0, std::move(multi), needed};
   }
 
-  DeviceIo::Status setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override {
+  SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override {
     return status(::SetVolumeMountPointW(mountPoint.c_str(), volumeName.c_str()));
   }
 
-  DeviceIo::Status deleteVolumeMountPoint(const std::wstring& mountPoint) override {
+  SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) override {
     return status(::DeleteVolumeMountPointW(mountPoint.c_str()));
   }
 
-  DeviceIo::Status setVolumeLabel(const std::wstring& root, const std::wstring* label) override {
+  SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override {
     return status(::SetVolumeLabelW(root.c_str(), label ? label->c_str() : nullptr));
   }
 };

@@ -16,6 +16,8 @@ std::unique_ptr<VolumeService> makeVolumeService();
 std::unique_ptr<FileService> makeFileService();
 std::unique_ptr<Registry> makeRegistry();
 std::unique_ptr<SystemInfo> makeSystemInfo();
+std::unique_ptr<Clock> makeClock();
+std::unique_ptr<DeviceBroadcast> makeDeviceBroadcast();
 
 // Owns every service; `platform` refers to them for as long as this lives.
 class Win32Platform {
@@ -35,6 +37,8 @@ class Win32Platform {
   std::unique_ptr<FileService> files_;
   std::unique_ptr<Registry> registry_;
   std::unique_ptr<SystemInfo> system_;
+  std::unique_ptr<Clock> clock_;
+  std::unique_ptr<DeviceBroadcast> broadcast_;
 
  public:
   Platform platform;
