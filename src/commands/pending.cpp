@@ -1,5 +1,6 @@
 // Commands this build does not carry yet: each checks the controller session
-// like every command, then says so plainly and fails.
+// like every command, then says so plainly and fails. Temporary: each line
+// goes when its command is built, and this file with the last one.
 #include "commands/commands.h"
 #include "controller/controller.h"
 
@@ -13,8 +14,6 @@ CommandResult notInThisBuild(App& app, const wchar_t* name) {
 }
 }  // namespace
 
-CommandResult addCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"add"); }
-CommandResult delCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"del"); }
 CommandResult editCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"edit"); }
 CommandResult rebuildCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"rebuild"); }
 CommandResult initCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"init"); }

@@ -40,6 +40,10 @@ std::uint32_t FolderListBytes(const std::array<std::wstring, kMaxCustomFolders>&
   return bytes;
 }
 
+std::uint32_t creationTotalLength(const Bytes& record) { return get32(record, H::TotalLength); }
+bool controllerAssignsLetter(const Bytes& record) { return (get8(record, H::DiskFlags + 3) & 0x01) != 0; }
+std::uint16_t requestedLetter(const Bytes& record) { return get16(record, H::DriveLetter); }
+
 std::uint32_t ChooseDiskSignature(Clock& clock, SystemInfo& system) {
   const std::uint64_t ft = clock.systemTimeAsFileTime();
   const auto low = static_cast<std::uint32_t>(ft);

@@ -31,6 +31,15 @@ std::uint32_t ChooseDiskSignature(Clock& clock, SystemInfo& system);
 // A serial from the current UTC time, never 0.
 std::uint32_t ChooseVolumeSerial(Clock& clock);
 
+// The three fields of a creation record that creating and mounting a disk
+// reads: its total length (the request's input length), whether the
+// controller assigns the disk's letter itself (bit 0 of byte 15, the
+// Direct-IO flag), and the requested letter (u16 at 26; 0 = none). A record
+// too short for a field reads it as 0.
+std::uint32_t creationTotalLength(const Bytes& record);
+bool controllerAssignsLetter(const Bytes& record);
+std::uint16_t requestedLetter(const Bytes& record);
+
 // Byte size of the custom-folder list as the format section stores it: each
 // name with its NUL, then one more NUL; 0 for a count of 0, 2 for a negative
 // count. At most kMaxCustomFolders names are counted.

@@ -28,7 +28,8 @@ struct DiskSettingsRecord {
     static constexpr std::size_t DiskSize = 16;        // u64, bytes
     static constexpr std::size_t DiskIndex = 24;       // u8; NewDiskIndex in a creation request
     static constexpr std::size_t Marker = 25;          // u8; CreateMarker in a creation request
-    static constexpr std::size_t DriveLetter = 26;     // u8, one ASCII character
+    static constexpr std::size_t DriveLetter = 26;     // u8, one ASCII character; byte 27 stays 0,
+                                                       // so readers may take a u16 wide character
     static constexpr std::size_t Signature = 28;       // u32, disk signature
     static constexpr std::size_t SubstanceOffset = 40;  // u16 pairs: offset, length
     static constexpr std::size_t SubstanceLength = 42;

@@ -1,0 +1,101 @@
+// Drive letters: moving a volume's mount point, changing a disk's letter,
+// announcing the change, and the mounted-devices database.
+#include <cstring>
+
+#include "base/bytes.h"
+#include "base/format.h"
+#include "base/text_codec.h"
+#include "controller/codes.h"
+#include "volume/volume.h"
+
+namespace vmd {
+
+namespace {
+
+constexpr std::uint32_t kVolumeNameChars = 260;
+constexpr wchar_t kMountedDevicesKey[] = L"SYSTEM\\MountedDevices";
+constexpr wchar_t kDosDevicesPrefix[] = L"\\DosDevices\\";
+constexpr std::size_t kDosDevicesPrefixChars = 12;
+// Room given to each enumerated value: "\DosDevices\X:" and its terminator,
+// and the 12 bytes of a partition on a disk with a master boot record.
+constexpr std::uint32_t kValueNameChars = 16;
+constexpr std::uint32_t kValueDataBytes = 12;
+constexpr std::uint32_t kRegBinary = 3;
+constexpr std::uint32_t kBroadcastFlags = 0x122;  // BSF_SENDNOTIFYMESSAGE | BSF_FORCEIFHUNG | BSF_IGNORECURRENTTASK
+constexpr std::uint32_t kWmDeviceChange = 0x219;
+
+bool isLetter(wchar_t c) { return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z'); }
+wchar_t upper(wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - 32) : c; }
+std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
+
+// A drive-letter value of the database: "\DosDevices\X:".
+bool isDriveLetterValue(const std::wstring& name) {
+  return name.size() == kDosDevicesPrefixChars + 2 &&
+         equalsNoCase(name.substr(0, kDosDevicesPrefixChars).c_str(), kDosDevicesPrefix) &&
+         isLetter(name[kDosDevicesPrefixChars]) && name[kDosDevicesPrefixChars + 1] == L':';
+}
+
+}  // namespace
+
+bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter) {
+  const std::wstring oldRoot = rootOf(oldLetter), newRoot = rootOf(newLetter);
+  const VolumeService::Text volume = ctx.volumes.volumeNameForMountPoint(oldRoot, kVolumeNameChars);
+  if (!volume.ok) return false;
+  if (!ctx.volumes.deleteVolumeMountPoint(oldRoot).ok) return false;
+  if (ctx.volumes.setVolumeMountPoint(newRoot, volume.value).ok) return true;
+  // The volume never stays without its letter.
+  ctx.volumes.setVolumeMountPoint(oldRoot, volume.value);
+  return false;
+}
+
+bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAssigned, wchar_t oldLetter,
+                       wchar_t newLetter) {
+  if (oldLetter == newLetter) return true;
+  if (isLetter(newLetter) && (ctx.volumes.logicalDrives() & (1u << (upper(newLetter) - L'A'))) != 0) return false;
+  if (!controllerAssigned) return MoveVolumeMountPoint(ctx, oldLetter, newLetter);
+  Bytes record(16, 0);
+  put32(record, 0, 16);
+  put32(record, 4, 16);
+  put8(record, 10, index);
+  put16(record, 12, static_cast<std::uint16_t>(oldLetter));
+  put16(record, 14, static_cast<std::uint16_t>(newLetter));
+  if (!ctx.controller.request(ioctl::ChangeDiskLetter, record.data(), 16, nullptr, 0).ok) return false;
+  if (oldLetter != 0) BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, oldLetter);
+  if (newLetter != 0) BroadcastVolumeChange(ctx, dbt::DeviceArrival, newLetter);
+  return true;
+}
+
+Bytes volumeBroadcastRecord(wchar_t letter) {
+  Bytes record(20, 0);
+  put32(record, 0, 20);  // size
+  put32(record, 4, 2);   // DBT_DEVTYP_VOLUME
+  const int bit = upper(letter) - L'A';
+  put32(record, 12, bit >= 0 && bit < 32 ? (1u << bit) : 0u);
+  return record;
+}
+
+std::int32_t BroadcastVolumeChange(VolumeContext& ctx, std::uint32_t event, wchar_t letter) {
+  return ctx.broadcast.broadcast(kBroadcastFlags, kWmDeviceChange, event, volumeBroadcastRecord(letter));
+}
+
+bool RewriteMountedDevice(VolumeContext& ctx, wchar_t letter, const std::array<std::uint8_t, 12>& data) {
+  if (!isLetter(letter)) return false;
+  std::uint32_t error = 0;
+  std::unique_ptr<Registry::Key> key = ctx.registry.openForWrite(kMountedDevicesKey, error);
+  if (!key) return false;
+  for (std::uint32_t index = 0;; ++index) {
+    Registry::Value value;
+    const std::uint32_t rc = key->enumValue(index, kValueNameChars, kValueDataBytes, value);
+    if (rc == syserr::NoMoreItems) break;
+    if (rc != 0) continue;  // too long for the buffers: never ours
+    // The signature and the low half of the offset decide; the high half is not compared.
+    if (value.type == kRegBinary && isDriveLetterValue(value.name) && value.data.size() == 12 &&
+        std::memcmp(value.data.data(), data.data(), 8) == 0) {
+      if (key->deleteValue(value.name) == 0) --index;  // the next value moved into this place
+    }
+  }
+  const std::wstring name = kDosDevicesPrefix + std::wstring(1, upper(letter)) + L":";
+  return key->setBinary(name, Bytes(data.begin(), data.end())) == 0;
+}
+
+}  // namespace vmd
