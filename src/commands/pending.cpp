@@ -14,8 +14,6 @@ CommandResult notInThisBuild(App& app, const wchar_t* name) {
 }
 }  // namespace
 
-CommandResult editCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"edit"); }
-CommandResult rebuildCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"rebuild"); }
 CommandResult initCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"init"); }
 CommandResult saveCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"save"); }
 CommandResult exportCommand(App& app, const wchar_t*, int, wchar_t**) { return notInThisBuild(app, L"export"); }

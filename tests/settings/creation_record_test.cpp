@@ -467,5 +467,40 @@ TEST(BuildCreationRecord, SimulatedDriverReadsTheSameValues) {
   EXPECT_EQ(d["fsExtraMask"], 0x0C);
 }
 
+TEST(CreationRecordFields, ReadTotalLengthLetterFlagAndLetter) {
+  DiskSettings s;
+  s.driveLetter = L'R';
+  s.diskFlags = diskflag::DirectIo;
+  const Bytes r = build(s);
+  EXPECT_EQ(creationTotalLength(r), r.size());
+  EXPECT_TRUE(controllerAssignsLetter(r));
+  EXPECT_EQ(requestedLetter(r), L'R');
+}
+
+TEST(CreationRecordFields, ScsiDiskLeavesTheLetterToTheSystem) {
+  DiskSettings s;
+  s.driveLetter = L'S';
+  const Bytes r = build(s);
+  EXPECT_FALSE(controllerAssignsLetter(r));
+  EXPECT_EQ(requestedLetter(r), L'S');
+}
+
+TEST(CreationRecordFields, TheLetterIsAWideCharacterOfTwoBytes) {
+  Bytes r(64, 0);
+  r[26] = 0x52;
+  r[27] = 0x04;  // a byte the builder never writes, read as the high half
+  EXPECT_EQ(requestedLetter(r), 0x0452);
+  r[15] = 0xFE;  // every bit of the flags byte but the letter flag
+  EXPECT_FALSE(controllerAssignsLetter(r));
+}
+
+TEST(CreationRecordFields, AFieldBeyondAShortRecordReadsAsZero) {
+  const Bytes r(10, 0xFF);
+  EXPECT_EQ(creationTotalLength(r), 0xFFFFFFFFu);  // bytes 4..7 are there
+  EXPECT_FALSE(controllerAssignsLetter(r));
+  EXPECT_EQ(requestedLetter(r), 0);
+  EXPECT_EQ(creationTotalLength(Bytes(3, 0xFF)), 0u);
+}
+
 }  // namespace
 }  // namespace vmd
