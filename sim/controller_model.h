@@ -1,20 +1,46 @@
 // The controller as the program sees it: answers its control codes, checks
-// every request as the driver would, and keeps the controller's own state
-// (disks, Invisible Memory). It knows nothing of the simulated Windows around
-// it except through HostHooks, so it can be hosted elsewhere too.
+// every request as the driver would, and keeps the controller's own typed
+// state. It knows the simulated Windows around it only through HostHooks and
+// never throws, so it can be hosted elsewhere too.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
-#include "sim/machine.h"
+#include "sim/controller_state.h"
 
 namespace vmd::sim {
 
-// What the controller asks of the system it runs in.
+// What a disk's volume is made of, as the controller formatted it.
+struct DiskFacts {
+  std::uint8_t index = 0;
+  std::uint64_t size = 0;
+  bool directIo = false;
+  char16_t letter = 0;  // Direct-IO: the letter the controller gave it (0: none)
+  std::uint32_t signature = 0;
+  std::uint32_t diskNumber = 0;  // the system's disk number (SCSI)
+  std::uint8_t fileSystem = 19;  // 2 NTFS, 18 FAT, 19 FAT32
+  std::uint32_t clusterBytes = 0;
+  std::uint32_t serial = 0;
+  std::u16string label;
+};
+
+// What the controller tells the system it runs in, and asks of it.
 class HostHooks {
  public:
   virtual ~HostHooks() = default;
+  virtual std::uint64_t nowMs() = 0;  // the system's clock, in milliseconds
+  virtual void diskArrived(const DiskFacts& disk) = 0;  // its device and volume appear
+  virtual void diskRemoved(std::uint8_t index) = 0;      // its device and volume are gone
+  // A Direct-IO disk's letter moved (0: none); false when the system refuses.
+  virtual bool diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t newLetter) = 0;
+  virtual bool letterFree(char16_t letter) = 0;
+  // The controller's disk whose volume holds the DOS drive name \??\X:.
+  virtual std::optional<std::uint8_t> dosDeviceOwner(char16_t letter) = 0;
+  // Writes a file the controller saves (an image file); 0 or the error.
+  virtual std::uint32_t writeFile(const std::u16string& path, const RecordBytes& head, std::uint64_t size) = 0;
+  virtual std::uint64_t physicalMemoryMb() = 0;
 };
 
 // The target of a per-disk request's 12-byte head (lengths 12 and 12, port,
@@ -22,36 +48,48 @@ class HostHooks {
 // would refuse the input.
 std::optional<std::uint32_t> diskHeadTarget(const std::uint8_t* in, std::uint32_t inSize);
 
-// The entry of controller.disks[] with that index, or null.
-const json* findDisk(const json& controller, std::uint32_t index);
+// The volume facts of a disk from its settings record's format section.
+DiskFacts diskFacts(const SimDisk& disk);
+
+// The first sector of an image file of that format (0 PLAIN, 1 SMART, 2 COMPR).
+RecordBytes imageFileHead(std::uint8_t format, std::uint64_t diskSize, std::uint8_t level);
 
 class ControllerModel {
  public:
-  // `controller` is the state's "controller" object; it must outlive the model.
-  ControllerModel(json& controller, HostHooks& host) : c_(controller), host_(host) {}
+  ControllerModel(ControllerState& state, HostHooks& host) : c_(state), host_(host) {}
 
   struct Reply {
     std::uint32_t returned;
     std::uint32_t error;  // 0: the request succeeded
   };
-  // One request: code, input bytes, output buffer of outSize bytes.
+  // One request: code, input bytes, output buffer of outSize bytes. Due
+  // events run first.
   Reply handle(std::uint32_t code, const std::uint8_t* in, std::uint32_t inSize, std::uint8_t* out,
                std::uint32_t outSize);
 
-  json& state() { return c_; }
+  // Runs the arrivals and departures due by the host's clock.
+  void advance();
+  // Runs every pending arrival and departure whatever the clock says, except
+  // those that never happen.
+  void settle();
+  // The machine starts again: settings waiting for a restart take effect,
+  // removals complete, and every disk the controller keeps arrives anew.
+  void restart();
+
+  ControllerState& state() { return c_; }
 
  private:
   using In = const std::uint8_t*;
   using Out = std::uint8_t*;
-  Reply version(std::uint8_t* out, std::uint32_t outSize);
-  // Disks (sim/controller_disks.cpp): bitmap, disk info, device number, DOS names.
+  Reply version(Out out, std::uint32_t outSize);
   Reply diskRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
-  // Invisible Memory (sim/controller_im.cpp).
+  Reply lifecycleRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
   Reply imRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
-  // Settings and status records (sim/controller_records.cpp).
   Reply recordRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
+  void arrive(SimDisk& disk);
+  std::uint64_t dueAfter(std::optional<std::int64_t> own, std::int64_t general);
 
-  json& c_;
+  ControllerState& c_;
   HostHooks& host_;
 };
 

@@ -2,23 +2,47 @@
 
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
+
+#include "controller/codes.h"
+#include "sim/state_file.h"
 
 namespace vmd::sim {
 
 namespace {
 
-// Fills in what a state file leaves out, so that short test states describe
-// only what matters to them.
-void mergeDefaults(json& target, const json& defaults) {
-  for (auto it = defaults.begin(); it != defaults.end(); ++it) {
-    if (!target.contains(it.key())) {
-      target[it.key()] = it.value();
-    } else if (it.value().is_object() && target[it.key()].is_object()) {
-      mergeDefaults(target[it.key()], it.value());
-    }
-  }
-}
+struct NamedCode {
+  std::uint32_t code;
+  const char* name;
+};
+constexpr NamedCode kCodeNames[] = {
+    {ioctl::CreateDisk, "CreateDisk"},
+    {ioctl::RemoveDisk, "RemoveDisk"},
+    {ioctl::ReadDiskSettingsRecord, "ReadDiskSettingsRecord"},
+    {ioctl::ChangeDiskSettings, "ChangeDiskSettings"},
+    {ioctl::QueryDiskInfo, "QueryDiskInfo"},
+    {ioctl::QueryDiskBitmap, "QueryDiskBitmap"},
+    {ioctl::QueryDosDeviceOwner, "QueryDosDeviceOwner"},
+    {ioctl::QueryDosNameTarget, "QueryDosNameTarget"},
+    {ioctl::EnableIm, "EnableIm"},
+    {ioctl::QueryImStatus, "QueryImStatus"},
+    {ioctl::QueryDiskPresent, "QueryDiskPresent"},
+    {ioctl::SaveDiskImage, "SaveDiskImage"},
+    {ioctl::ChangeDiskLetter, "ChangeDiskLetter"},
+    {ioctl::ReinitializeDisk, "ReinitializeDisk"},
+    {ioctl::SetImOptions, "SetImOptions"},
+    {ioctl::DisableIm, "DisableIm"},
+    {ioctl::QueryDiskStatus, "QueryDiskStatus"},
+    {ioctl::ApplyImageSettings, "ApplyImageSettings"},
+    {ioctl::QueryDeviceNumber, "QueryDeviceNumber"},
+    {ioctl::QueryControllerVersion, "QueryControllerVersion"},
+    {ioctl::VolumeGetVolumeDiskExtents, "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS"},
+    {ioctl::DiskGetPartitionInfo, "IOCTL_DISK_GET_PARTITION_INFO"},
+    {ioctl::MountmgrQueryAutoMount, "IOCTL_MOUNTMGR_QUERY_AUTO_MOUNT"},
+    {ioctl::MountmgrSetAutoMount, "IOCTL_MOUNTMGR_SET_AUTO_MOUNT"},
+    {ioctl::FsctlLockVolume, "FSCTL_LOCK_VOLUME"},
+    {ioctl::FsctlUnlockVolume, "FSCTL_UNLOCK_VOLUME"},
+    {ioctl::FsctlDismountVolume, "FSCTL_DISMOUNT_VOLUME"},
+};
 
 }  // namespace
 
@@ -36,12 +60,32 @@ std::uint64_t parseNumber64(const json& v) {
   if (v.is_string()) {
     const std::string s = v.get<std::string>();
     try {
-      return std::stoull(s, nullptr, 0);
+      std::size_t used = 0;
+      const std::uint64_t n = std::stoull(s, &used, 0);
+      if (used == s.size()) return n;
     } catch (...) {
-      throw std::runtime_error("not a number: " + s);
     }
+    throw std::runtime_error("not a number: " + s);
   }
   return 0;
+}
+
+std::string codeName(std::uint32_t code) {
+  for (const NamedCode& n : kCodeNames)
+    if (n.code == code) return n.name;
+  return hex32(code);
+}
+
+std::optional<std::uint32_t> codeFromName(const std::string& name) {
+  for (const NamedCode& n : kCodeNames)
+    if (sameNoCase(name, n.name)) return n.code;
+  try {
+    std::size_t used = 0;
+    const unsigned long long v = std::stoull(name, &used, 0);
+    if (used == name.size() && v <= 0xFFFFFFFFull) return static_cast<std::uint32_t>(v);
+  } catch (...) {
+  }
+  return std::nullopt;
 }
 
 std::string lowerAscii(std::string s) {
@@ -52,50 +96,37 @@ std::string lowerAscii(std::string s) {
 
 bool sameNoCase(const std::string& a, const std::string& b) { return lowerAscii(a) == lowerAscii(b); }
 
-json Machine::defaultState() {
-  return json::parse(R"({
-    "schema": 1,
-    "host": {
-      "os": "Windows 10 x64",
-      "administrator": true,
-      "instanceRunning": false,
-      "frameworkFails": false,
-      "comFails": false,
-      "windowsDirectory": "C:\\Windows",
-      "memory": {"totalPhys": 17179869184, "availPhys": 12884901888}
-    },
-    "clock": {"fileTime": 134072208000000000, "elapsedMs": 0},
-    "controller": {
-      "present": true,
-      "interfacePath": "\\\\?\\root#scsiadapter#0000#{48fa1fe0-7189-432a-9fd4-9db766b64b31}",
-      "version": {"major": 5, "minor": 7, "build": 0},
-      "variantCode": 1,
-      "disks": []
-    },
-    "drives": [
-      {"letter": "C", "type": "fixed", "volume": "\\\\?\\Volume{3f1d6c52-0000-0000-0000-100000000000}\\"}
-    ],
-    "volumes": [
-      {"name": "\\\\?\\Volume{3f1d6c52-0000-0000-0000-100000000000}\\",
-       "interfacePath": "\\\\?\\STORAGE#Volume#{3f1d6c52-0000-0000-0000-100000000000}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}",
-       "mountPoints": ["C:\\"],
-       "fileSystem": "NTFS", "label": "System", "serial": "0x5A3C19E2",
-       "sectorsPerCluster": 8, "bytesPerSector": 512,
-       "totalBytes": 255999344640, "freeBytes": 118111600640,
-       "extents": [{"disk": 0, "offset": 1048576, "length": 255999344640}]}
-    ],
-    "registry": {},
-    "files": [],
-    "faults": [],
-    "stats": {}
-  })");
+json Machine::defaultState() { return Machine().toJson(); }
+
+Machine::Machine() : world(World::standard()) { wire(); }
+
+Machine::Machine(const json& state) : world(World::standard()) {
+  wire();
+  StateFile::read(*this, state);
 }
 
-Machine::Machine(json s) : state(std::move(s)) {
-  if (!state.is_object()) throw std::runtime_error("the machine state must be a JSON object");
-  if (state.contains("schema") && parseNumber(state["schema"]) != kSchemaVersion)
-    throw std::runtime_error("unsupported machine state schema " + state["schema"].dump());
-  mergeDefaults(state, defaultState());
+Machine::Machine(Machine&& other) noexcept
+    : world(std::move(other.world)),
+      stats(std::move(other.stats)),
+      seen_(std::move(other.seen_)),
+      diskSource_(std::move(other.diskSource_)) {
+  wire();
+}
+
+Machine& Machine::operator=(Machine&& other) noexcept {
+  if (this != &other) {
+    world = std::move(other.world);
+    stats = std::move(other.stats);
+    seen_ = std::move(other.seen_);
+    diskSource_ = std::move(other.diskSource_);
+    wire();
+  }
+  return *this;
+}
+
+void Machine::wire() {
+  host_ = std::make_unique<SimHost>(*this);
+  model_ = std::make_unique<ControllerModel>(world.controller, *host_);
 }
 
 Machine Machine::load(const std::string& path) {
@@ -107,36 +138,59 @@ Machine Machine::load(const std::string& path) {
   try {
     s = json::parse(buf.str());
   } catch (const json::parse_error& e) {
-    throw std::runtime_error(path + ": " + e.what());
+    throw LoadError(path + ": " + e.what());
   }
-  return Machine(std::move(s));
+  try {
+    return Machine(s);
+  } catch (const LoadError& e) {
+    throw LoadError(path + ": " + e.what());
+  }
 }
 
-void Machine::save(const std::string& path) const {
+void Machine::save(const std::string& path) {
+  model_->settle();
+  const std::string text = toJson().dump(2) + "\n";
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out) throw std::runtime_error("cannot write " + path);
-  out << state.dump(2) << "\n";
+  out << text;
+}
+
+json Machine::toJson() const { return StateFile::write(*this); }
+
+void Machine::edit(const std::function<void(json&)>& change) {
+  json s = toJson();
+  change(s);
+  json keptStats = std::move(stats);
+  auto keptSeen = std::move(seen_);
+  world = World::standard();
+  diskSource_.clear();
+  StateFile::read(*this, s);
+  if (s.contains("stats") && s["stats"].is_object()) keptStats = s["stats"];
+  stats = std::move(keptStats);
+  seen_ = std::move(keptSeen);
 }
 
 std::optional<std::uint32_t> Machine::fault(const std::string& api, std::uint32_t code, const std::string& path) {
+  tick();
   count("api", api);
-  json& rules = state["faults"];
-  if (!rules.is_array()) return std::nullopt;
+  return matchFault(api, code, path);
+}
+
+std::optional<std::uint32_t> Machine::matchFault(const std::string& api, std::uint32_t code, const std::string& path) {
   std::optional<std::uint32_t> hit;
-  for (std::size_t i = 0; i < rules.size(); ++i) {
-    const json& rule = rules[i];
-    if (rule.value("api", std::string()) != api) continue;
-    if (rule.contains("code") && parseNumber(rule["code"]) != code) continue;
-    if (rule.contains("path") && !sameNoCase(rule["path"].get<std::string>(), path)) continue;
+  for (std::size_t i = 0; i < world.faults.size(); ++i) {
+    const FaultRule& rule = world.faults[i];
+    if (rule.api != api) continue;
+    if (rule.code && *rule.code != code) continue;
+    if (rule.path && !sameNoCase(*rule.path, path)) continue;
     const std::uint32_t seen = ++seen_[i];
-    if (rule.contains("nth") && parseNumber(rule["nth"]) != seen) continue;
-    if (!hit) hit = parseNumber(rule.value("error", json(31)));
+    if (rule.nth && *rule.nth != seen) continue;
+    if (!hit) hit = rule.error;
   }
   return hit;
 }
 
 void Machine::count(const std::string& group, const std::string& key) {
-  json& stats = state["stats"];
   if (!stats.is_object()) stats = json::object();
   json& g = stats[group];
   if (!g.is_object()) g = json::object();
@@ -144,7 +198,6 @@ void Machine::count(const std::string& group, const std::string& key) {
 }
 
 void Machine::note(const std::string& group, const std::string& key, const std::string& value) {
-  json& stats = state["stats"];
   if (!stats.is_object()) stats = json::object();
   json& g = stats[group];
   if (!g.is_object()) g = json::object();
@@ -152,13 +205,18 @@ void Machine::note(const std::string& group, const std::string& key, const std::
 }
 
 void Machine::sleep(std::uint32_t ms) {
-  json& c = state["clock"];
-  c["elapsedMs"] = c.value("elapsedMs", std::uint64_t{0}) + ms;
+  world.clock.elapsedMs += ms;
+  tick();
 }
 
-std::uint64_t Machine::fileTime() const {
-  const json& c = state["clock"];
-  return c.value("fileTime", std::uint64_t{0}) + c.value("elapsedMs", std::uint64_t{0}) * 10000;
+std::uint64_t Machine::fileTime() const { return world.clock.fileTime + world.clock.elapsedMs * 10000; }
+
+void Machine::restart() {
+  for (Volume& v : world.volumes) {
+    v.heldByOthers = 0;
+    v.dismounted = false;
+  }
+  model_->restart();
 }
 
 }  // namespace vmd::sim

@@ -1,59 +1,122 @@
-// The simulated machine's state: a JSON document (schema in
-// docs/simulator.md) that persists between runs, with the fault rules, the
-// virtual clock and the request counters that every simulated service shares.
+// The simulated machine: its typed state (sim/world.h), the controller model
+// inside it, the simulated Windows side the controller talks to (SimHost),
+// the fault rules, virtual time with the events it brings, and the request
+// counters of a run. The state file's schema is in docs/simulator.md.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
+#include "sim/controller_model.h"
+#include "sim/world.h"
+
 namespace vmd::sim {
 
-using json = nlohmann::json;
+// Objects keep their keys in the order written: registry values enumerate so.
+using json = nlohmann::ordered_json;
 
-inline constexpr int kSchemaVersion = 1;
+inline constexpr int kSchemaVersion = 2;
+
+// A state that cannot be read: the place in the file and what is wrong there.
+class LoadError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class Machine;
+
+// The simulated Windows around the controller: volumes appear and vanish
+// with disks, and get their letters as the mount-point manager gives them.
+class SimHost : public HostHooks {
+ public:
+  explicit SimHost(Machine& m) : m_(m) {}
+  std::uint64_t nowMs() override;
+  void diskArrived(const DiskFacts& disk) override;
+  void diskRemoved(std::uint8_t index) override;
+  bool diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t newLetter) override;
+  bool letterFree(char16_t letter) override;
+  std::optional<std::uint8_t> dosDeviceOwner(char16_t letter) override;
+  std::uint32_t writeFile(const std::u16string& path, const RecordBytes& head, std::uint64_t size) override;
+  std::uint64_t physicalMemoryMb() override;
+
+ private:
+  Machine& m_;
+};
+
+// The volume a disk's arrival brings, before it has a letter.
+Volume derivedVolume(const DiskFacts& disk);
 
 class Machine {
  public:
-  Machine() : state(defaultState()) {}
-  explicit Machine(json s);
+  Machine();  // the standard machine
+  // A state document (docs/simulator.md); throws LoadError naming the place.
+  explicit Machine(const json& state);
+  Machine(Machine&& other) noexcept;
+  Machine& operator=(Machine&& other) noexcept;
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
 
-  // A Windows 10 x64 host with C: as its NTFS system drive, an administrator
-  // token, the controller present at version 5.7 build 0 and 16 GiB of memory.
   static json defaultState();
 
-  // Reads a state file; a missing file gives the default machine. Throws
-  // std::runtime_error with a readable reason on a malformed file.
+  // Reads a state file; a missing file gives the standard machine. Throws
+  // LoadError ("<file>: <place>: <reason>") on a file it refuses; reading
+  // never changes the file.
   static Machine load(const std::string& path);
-  void save(const std::string& path) const;
+  // Settles pending events (unless they never happen) and writes the state.
+  void save(const std::string& path);
+  json toJson() const;
+  // Changes the state through its document form, as a test sets a machine up.
+  void edit(const std::function<void(json&)>& change);
 
-  // Every simulated call asks here first: returns the error a matching fault
-  // rule injects for this call, counting the calls that match each rule.
-  // `api` is the call's name (e.g. "DeviceIoControl"); `code` the control
-  // code (0 for none); `path` the path or name the call is about.
+  // Every simulated call asks here first: runs due events, counts the call
+  // under stats.api, and returns the error a matching fault rule injects.
+  // `code` is the control code (0 for none), `path` what the call is about.
   std::optional<std::uint32_t> fault(const std::string& api, std::uint32_t code = 0, const std::string& path = "");
+  // The same check without counting, for the controller's entry point.
+  std::optional<std::uint32_t> matchFault(const std::string& api, std::uint32_t code, const std::string& path);
 
-  // Request counters of this run (state["stats"]).
   void count(const std::string& group, const std::string& key);
-  // The last value seen for a key of this run's stats (e.g. buffer sizes).
   void note(const std::string& group, const std::string& key, const std::string& value);
 
-  // Virtual time: sleeping advances the clock and costs nothing.
+  // Virtual time: sleeping advances the clock, runs what falls due and costs nothing.
   void sleep(std::uint32_t ms);
+  std::uint64_t nowMs() const { return world.clock.elapsedMs; }
   std::uint64_t fileTime() const;  // 100 ns units since 1601, UTC
+  void tick() { model_->advance(); }
+  // The machine starts again (docs/simulator.md, "Restart").
+  void restart();
 
-  json state;
+  ControllerModel& controller() { return *model_; }
+  SimHost& host() { return *host_; }
+
+  World world;
+  json stats = json::object();
 
  private:
+  void wire();
+
+  std::unique_ptr<SimHost> host_;
+  std::unique_ptr<ControllerModel> model_;
   std::map<std::size_t, std::uint32_t> seen_;  // calls matched per fault rule, this run
+  std::map<std::uint8_t, json> diskSource_;    // disks' record descriptions as read, written back unchanged
+  friend struct StateFile;
 };
 
 std::string hex32(std::uint32_t v);  // "0x%08x"-style lower case, e.g. "0x00046024"
 std::uint64_t parseNumber64(const json& v);  // a number, or a string in decimal or 0x hex
 inline std::uint32_t parseNumber(const json& v) { return static_cast<std::uint32_t>(parseNumber64(v)); }
+
+// The readable name of a control code ("QueryDiskInfo", "FSCTL_LOCK_VOLUME"),
+// or its hex form when it has none; and back (a name or a number).
+std::string codeName(std::uint32_t code);
+std::optional<std::uint32_t> codeFromName(const std::string& name);
 
 std::string lowerAscii(std::string s);
 bool sameNoCase(const std::string& a, const std::string& b);

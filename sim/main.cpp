@@ -1,12 +1,15 @@
 // vmdctl-sim: the program run against the simulated machine.
 //
-//   vmdctl-sim [--sim-state FILE] [--sim-reset] [--sim-argv0 NAME] <command> [<option>...]
+//   vmdctl-sim [--sim-state FILE] [--sim-reset] [--sim-restart] [--sim-argv0 NAME] <command> [<option>...]
+//   vmdctl-sim [--sim-state FILE] --sim-restart
 //
 // The machine's state is read from FILE (default: $VMDCTL_SIM_STATE, else
 // .vmdctl-sim.json in the home folder), the command runs, and the state is
 // written back, so one run sees what the one before it did. --sim-reset
 // starts from the default machine. --sim-argv0 sets the program path the
 // command sees as argv[0] (default: this executable's path, with '/' as '\').
+// --sim-restart starts the machine again before the command; without a
+// command it only restarts the machine and writes it back.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -30,6 +33,7 @@ std::string defaultStatePath() {
 int simMain(std::vector<std::wstring> args) {
   std::string statePath = defaultStatePath();
   bool reset = false;
+  bool restart = false;
   std::wstring argv0 = args.empty() ? L"vmdctl-sim" : args[0];
   for (wchar_t& c : argv0)
     if (c == L'/') c = L'\\';
@@ -38,6 +42,9 @@ int simMain(std::vector<std::wstring> args) {
     const std::wstring& a = args[first];
     if (a == L"--sim-reset") {
       reset = true;
+      ++first;
+    } else if (a == L"--sim-restart") {
+      restart = true;
       ++first;
     } else if ((a == L"--sim-state" || a == L"--sim-argv0") && first + 1 < args.size()) {
       if (a == L"--sim-state") statePath = vmd::toUtf8(args[first + 1]);
@@ -55,7 +62,17 @@ int simMain(std::vector<std::wstring> args) {
     std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
     return 65;
   }
-  machine.state["stats"] = vmd::sim::json::object();
+  machine.stats = vmd::sim::json::object();
+  if (restart) machine.restart();
+  if (restart && first == args.size()) {
+    try {
+      machine.save(statePath);
+    } catch (const std::exception& e) {
+      std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
+      return 65;
+    }
+    return 0;
+  }
 
   std::vector<std::wstring> programArgs{argv0};
   programArgs.insert(programArgs.end(), args.begin() + static_cast<std::ptrdiff_t>(first), args.end());
@@ -70,7 +87,7 @@ int simMain(std::vector<std::wstring> args) {
     vmd::sim::SimPlatform sim(machine, *streams, *catalog);
     rc = vmd::runProgram(sim.platform, static_cast<int>(programArgs.size()), argv.data());
     std::fflush(stdout);
-    if (sim.io.openHandles() != 0) machine.state["stats"]["leakedHandles"] = sim.io.openHandles();
+    if (sim.io.openHandles() != 0) machine.stats["leakedHandles"] = sim.io.openHandles();
   }
   try {
     machine.save(statePath);

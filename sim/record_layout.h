@@ -10,10 +10,9 @@
 #include <vector>
 
 #include "sim/machine.h"
+#include "sim/record_check.h"
 
 namespace vmd::sim {
-
-using RecordBytes = std::vector<std::uint8_t>;
 
 // A record from readable settings (docs/simulator.md, "Disk settings
 // records"): {sizeMb (or sizeBytes), diskFlags, driveLetter, substanceFlags, imQuotaMb,
@@ -32,13 +31,5 @@ RecordBytes diskRecord(const json& disk);
 
 // Readable settings of a well-formed record, in the keys buildRecord takes.
 json decodeRecord(const RecordBytes& record);
-
-// Empty when `record` is well formed as the driver requires of a creation
-// record: sizes, section placement and lengths, strings inside their fields,
-// and the checksum. Otherwise the first fault found, as readable text.
-std::string checkRecord(const RecordBytes& record);
-
-// 32-bit wrapping byte sum from offset 12 to the end.
-std::uint32_t recordChecksum(const RecordBytes& record);
 
 }  // namespace vmd::sim

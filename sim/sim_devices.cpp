@@ -1,13 +1,18 @@
-#include "platform/platform.h"
 #include "sim/sim_devices.h"
 
-#include "controller/codes.h"
+#include <cstring>
+
 #include "base/text_codec.h"
+#include "controller/codes.h"
+#include "platform/platform.h"
 #include "sim/sim_volumes.h"
 
 namespace vmd::sim {
 
 namespace {
+
+constexpr std::uint32_t kNotLocked = 158;
+constexpr std::uint64_t kPartitionOffset = 32256;
 
 bool sameClass(const InterfaceClass& a, const InterfaceClass& b) {
   if (a.data1 != b.data1 || a.data2 != b.data2 || a.data3 != b.data3) return false;
@@ -16,27 +21,44 @@ bool sameClass(const InterfaceClass& a, const InterfaceClass& b) {
   return true;
 }
 
+bool isControllerPath(const ControllerState& c, const std::string& path) {
+  if (!c.present) return false;
+  const std::string lp = lowerAscii(path);
+  if (lp == lowerAscii(c.interfacePath)) return true;
+  for (const std::string& p : c.interfaces)
+    if (lp == lowerAscii(p)) return true;
+  return false;
+}
 
 }  // namespace
+
+ControllerModel::Reply ControllerFaults::handle(std::uint32_t code, const std::uint8_t* in, std::uint32_t inSize,
+                                                std::uint8_t* out, std::uint32_t outSize) {
+  m_.tick();
+  const ControllerState& c = m_.world.controller;
+  const std::string path = c.interfaces.empty() ? c.interfacePath : c.interfaces.front();
+  if (auto e = m_.matchFault("DeviceIoControl", code, path)) return {0, *e};
+  return model_.handle(code, in, inSize, out, outSize);
+}
 
 std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(const InterfaceClass& cls, Scope scope) {
   if (m_.fault("SetupDiGetClassDevsW")) return std::nullopt;
   std::vector<Interface> found;
   if (sameClass(cls, kControllerInterface)) {
-    const json& c = m_.state["controller"];
-    if (c.value("present", true)) {
-      if (c.contains("interfaces")) {  // several controllers, in enumeration order
+    const ControllerState& c = m_.world.controller;
+    if (c.present) {
+      if (!c.interfaces.empty()) {  // several controllers, in enumeration order
         std::uint32_t i = 0;
-        for (const auto& p : c["interfaces"]) found.push_back({i++, fromUtf8(p.get<std::string>())});
+        for (const std::string& p : c.interfaces) found.push_back({i++, fromUtf8(p)});
       } else {
-        found.push_back({0, fromUtf8(c.value("interfacePath", std::string()))});
+        found.push_back({0, fromUtf8(c.interfacePath)});
       }
     }
   } else if (sameClass(cls, kVolumeInterface)) {
     std::uint32_t i = 0;
-    for (const auto& v : m_.state["volumes"]) {
-      if (!v.value("present", true)) continue;
-      found.push_back({i++, fromUtf8(v.value("interfacePath", v.value("name", std::string())))});
+    for (const Volume& v : m_.world.volumes) {
+      if (!v.present) continue;
+      found.push_back({i++, fromUtf8(v.interfacePath.empty() ? v.name : v.interfacePath)});
     }
   }
   m_.count("api", "SetupDiEnumDeviceInterfaces");
@@ -54,27 +76,30 @@ DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t 
   if (auto e = m_.fault("CreateFileW", 0, path)) return {Invalid, *e};
   Opened o{Kind::Controller, path, access};
   const std::string lp = lowerAscii(path);
-  const json& c = m_.state["controller"];
-  bool isController = c.value("present", true) && lp == lowerAscii(c.value("interfacePath", std::string()));
-  if (!isController && c.contains("interfaces"))
-    for (const auto& p : c["interfaces"]) isController = isController || lp == lowerAscii(p.get<std::string>());
+  const ControllerState& c = m_.world.controller;
   const std::string diskPrefix = "\\\\.\\velmorddevport0target";
-  if (isController) {
+  if (isControllerPath(c, path)) {
     o.kind = Kind::Controller;
   } else if (lp.rfind(diskPrefix, 0) == 0) {
-    const int target = std::atoi(lp.c_str() + diskPrefix.size());
-    bool exists = false;
-    for (const auto& d : c["disks"]) exists = exists || static_cast<int>(parseNumber(d["index"])) == target;
-    if (!exists || !c.value("present", true)) return {Invalid, syserr::FileNotFound};
+    // A disk's own device exists once the disk has arrived.
+    const std::string number = lp.substr(diskPrefix.size());
+    const SimDisk* d = nullptr;
+    if (!number.empty() && number.size() <= 3 && number.find_first_not_of("0123456789") == std::string::npos)
+      d = c.findDisk(static_cast<std::uint32_t>(std::stoul(number)));
+    if (!d || !c.present || d->phase == DiskPhase::Arriving) return {Invalid, syserr::FileNotFound};
     o.kind = Kind::DiskDevice;
-    o.disk = target;
+    o.disk = d->index;
+    for (const Volume& v : m_.world.volumes)
+      if (v.disk && *v.disk == d->index && d->directIo) o.volume = v.name;
   } else if (lp == "\\\\.\\mountpointmanager") {
     o.kind = Kind::MountManager;
   } else {
-    std::optional<std::string> vol = SimVolumes::volumeForDevicePath(m_, path);
+    std::optional<std::string> vol = SimVolumes::volumeForDevicePath(m_.world, path);
     if (!vol) return {Invalid, syserr::FileNotFound};
     o.kind = Kind::Volume;
     o.volume = *vol;
+    // A dismounted volume mounts again when it is next opened.
+    if (Volume* v = SimVolumes::findVolume(m_.world, *vol)) v->dismounted = false;
   }
   const Handle h = next_++;
   open_[h] = o;
@@ -85,28 +110,111 @@ DeviceIo::ControlResult SimDeviceIo::control(Handle h, std::uint32_t code, const
                                              void* out, std::uint32_t outSize) {
   auto it = open_.find(h);
   if (it == open_.end()) return {false, 0, syserr::InvalidHandle};
-  m_.count("requests", hex32(code));
-  m_.note("requestSizes", hex32(code), "in=" + std::to_string(inSize) + " out=" + std::to_string(outSize));
+  const std::string name = codeName(code);
+  m_.count("requests", name);
+  m_.note("requestSizes", name, "in=" + std::to_string(inSize) + " out=" + std::to_string(outSize));
+  const auto* bin = static_cast<const std::uint8_t*>(in);
+  auto* bout = static_cast<std::uint8_t*>(out);
+  if (it->second.kind == Kind::Controller) {
+    m_.count("api", "DeviceIoControl");
+    const ControllerModel::Reply r = controller_.handle(code, bin, inSize, bout, outSize);
+    return {r.error == 0, r.returned, r.error};
+  }
   if (auto e = m_.fault("DeviceIoControl", code, it->second.path)) return {false, 0, *e};
   switch (it->second.kind) {
-    case Kind::Controller: {
-      const ControllerModel::Reply r = controller_.handle(code, static_cast<const std::uint8_t*>(in), inSize,
-                                                          static_cast<std::uint8_t*>(out), outSize);
-      return {r.error == 0, r.returned, r.error};
-    }
     case Kind::Volume:
-      return volumeControl(it->second, code, in, inSize, out, outSize);
+      return volumeControl(it->second, code, bin, inSize, bout, outSize);
     case Kind::DiskDevice:
+      if (!it->second.volume.empty() && code != ioctl::DiskGetPartitionInfo)
+        return volumeControl(it->second, code, bin, inSize, bout, outSize);
+      return diskControl(it->second, code, bout, outSize);
     case Kind::MountManager:
-      return {false, 0, 1};  // ERROR_INVALID_FUNCTION until the device learns the code
+      if (code == ioctl::MountmgrQueryAutoMount) {
+        if (!bout || outSize < 4) return {false, 0, syserr::InsufficientBuffer};
+        putLe32(bout, m_.world.host.autoMount ? 1 : 0);
+        return {true, 4, 0};
+      }
+      if (code == ioctl::MountmgrSetAutoMount) {
+        if (!bin || inSize < 4) return {false, 0, syserr::InvalidParameter};
+        m_.world.host.autoMount = le32(bin) != 0;
+        return {true, 0, 0};
+      }
+      return {false, 0, syserr::InvalidFunction};
+    case Kind::Controller:
+      break;
   }
-  return {false, 0, 1};
+  return {false, 0, syserr::InvalidFunction};
 }
 
-DeviceIo::ControlResult SimDeviceIo::volumeControl(const Opened& o, std::uint32_t code, const void* in,
-                                                   std::uint32_t inSize, void* out, std::uint32_t outSize) {
-  return SimVolumes::volumeControl(m_, o.volume, code, static_cast<const std::uint8_t*>(in), inSize,
-                                   static_cast<std::uint8_t*>(out), outSize);
+DeviceIo::ControlResult SimDeviceIo::diskControl(Opened& o, std::uint32_t code, std::uint8_t* out,
+                                                 std::uint32_t outSize) {
+  if (code != ioctl::DiskGetPartitionInfo) return {false, 0, syserr::InvalidFunction};
+  const SimDisk* d = m_.world.controller.findDisk(static_cast<std::uint32_t>(o.disk));
+  if (!d) return {false, 0, syserr::FileNotFound};
+  if (!out || outSize < 32) return {false, 0, syserr::InsufficientBuffer};
+  // PARTITION_INFORMATION: the one partition of a disk with a master boot record.
+  std::memset(out, 0, 32);
+  putLe64(out, kPartitionOffset);
+  putLe64(out + 8, d->size > kPartitionOffset ? d->size - kPartitionOffset : 0);
+  putLe32(out + 16, 63);  // hidden sectors
+  putLe32(out + 20, 1);   // partition number
+  out[24] = d->directIo ? 0x06 : 0x0C;  // partition type
+  out[25] = 1;  // boot indicator
+  out[26] = 1;  // recognized
+  return {true, 32, 0};
+}
+
+DeviceIo::ControlResult SimDeviceIo::volumeControl(Opened& o, std::uint32_t code, const std::uint8_t*,
+                                                   std::uint32_t, std::uint8_t* out, std::uint32_t outSize) {
+  Volume* v = SimVolumes::findVolume(m_.world, o.volume);
+  if (!v) return {false, 0, syserr::FileNotFound};
+  switch (code) {
+    case ioctl::VolumeGetVolumeDiskExtents: {
+      if (v->props.offline.value_or(false)) return {false, 0, syserr::NotReady};
+      const std::vector<Extent>& extents = v->extents;
+      const std::size_t need = 8 + 24 * extents.size();
+      if (!out || outSize < 32) return {false, 0, syserr::InsufficientBuffer};
+      putLe32(out, static_cast<std::uint32_t>(extents.size()));
+      putLe32(out + 4, 0);
+      if (outSize < need) return {false, 32, syserr::MoreData};
+      for (std::size_t i = 0; i < extents.size(); ++i) {
+        std::uint8_t* e = out + 8 + 24 * i;
+        putLe32(e, extents[i].disk);
+        putLe32(e + 4, 0);
+        putLe64(e + 8, extents[i].offset);
+        putLe64(e + 16, extents[i].length);
+      }
+      return {true, static_cast<std::uint32_t>(need), 0};
+    }
+    case ioctl::FsctlLockVolume: {
+      // Handles of other processes, or a lock of another handle, keep it from being locked.
+      if (v->heldByOthers > 0) return {false, 0, syserr::AccessDenied};
+      for (const auto& [h, other] : open_)
+        if (&other != &o && other.locked && sameNoCase(other.volume, o.volume)) return {false, 0, syserr::AccessDenied};
+      o.locked = true;
+      return {true, 0, 0};
+    }
+    case ioctl::FsctlUnlockVolume:
+      if (!o.locked) return {false, 0, kNotLocked};
+      o.locked = false;
+      return {true, 0, 0};
+    case ioctl::FsctlDismountVolume:
+      // Every handle others hold becomes invalid.
+      v->heldByOthers = 0;
+      v->dismounted = true;
+      return {true, 0, 0};
+    case ioctl::DiskGetPartitionInfo: {
+      if (!out || outSize < 32) return {false, 0, syserr::InsufficientBuffer};
+      std::memset(out, 0, 32);
+      putLe64(out, kPartitionOffset);
+      putLe64(out + 8, v->props.totalBytes.value_or(0));
+      putLe32(out + 20, 1);
+      out[26] = 1;
+      return {true, 32, 0};
+    }
+    default:
+      return {false, 0, syserr::InvalidFunction};
+  }
 }
 
 DeviceIo::Status SimDeviceIo::flush(Handle h) {
@@ -121,7 +229,7 @@ void SimDeviceIo::close(Handle h) {
   auto it = open_.find(h);
   if (it == open_.end()) return;
   m_.count("closes", it->second.path);
-  open_.erase(it);
+  open_.erase(it);  // a lock goes with its handle
 }
 
 }  // namespace vmd::sim

@@ -22,9 +22,23 @@ class SimSetup : public DeviceSetup {
   Machine& m_;
 };
 
+// The controller's entry point with the machine's fault rules around it: a
+// rule {api "DeviceIoControl", code, path} fails the request here, wherever
+// the model is hosted, before the model sees it.
+class ControllerFaults {
+ public:
+  ControllerFaults(Machine& m, ControllerModel& model) : m_(m), model_(model) {}
+  ControllerModel::Reply handle(std::uint32_t code, const std::uint8_t* in, std::uint32_t inSize, std::uint8_t* out,
+                                std::uint32_t outSize);
+
+ private:
+  Machine& m_;
+  ControllerModel& model_;
+};
+
 class SimDeviceIo : public DeviceIo {
  public:
-  SimDeviceIo(Machine& m, ControllerModel& controller) : m_(m), controller_(controller) {}
+  explicit SimDeviceIo(Machine& m) : m_(m), controller_(m, m.controller()) {}
   OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
                   std::uint32_t flags) override;
   ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
@@ -40,16 +54,18 @@ class SimDeviceIo : public DeviceIo {
     Kind kind;
     std::string path;  // UTF-8, as opened
     std::uint32_t access;
-    int disk = -1;          // DiskDevice: the target
-    std::string volume = {};  // Volume: the volume's GUID name
+    int disk = -1;            // DiskDevice: the target
+    std::string volume = {};  // Volume (and a Direct-IO disk device): the volume's GUID name
+    bool locked = false;
   };
 
  private:
-  ControlResult volumeControl(const Opened& o, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                              std::uint32_t outSize);
+  ControlResult volumeControl(Opened& o, std::uint32_t code, const std::uint8_t* in, std::uint32_t inSize,
+                              std::uint8_t* out, std::uint32_t outSize);
+  ControlResult diskControl(Opened& o, std::uint32_t code, std::uint8_t* out, std::uint32_t outSize);
 
   Machine& m_;
-  ControllerModel& controller_;
+  ControllerFaults controller_;
   std::map<Handle, Opened> open_;
   Handle next_ = 100;
 };

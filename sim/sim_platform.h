@@ -1,6 +1,6 @@
 // The whole simulated machine as the program's Platform: Windows services
-// and the controller, over one Machine state. The console and catalogue come
-// from the host the simulator itself runs on.
+// and the controller, over one Machine. The console and catalogue come from
+// the host the simulator itself runs on.
 #pragma once
 
 #include <cstdio>
@@ -14,24 +14,14 @@
 
 namespace vmd::sim {
 
-class SimHost : public HostHooks {
- public:
-  explicit SimHost(Machine& m) : m_(m) {}
-  Machine& machine() { return m_; }
-
- private:
-  Machine& m_;
-};
-
 class SimPlatform {
  public:
   SimPlatform(Machine& m, OutputStreams& streams, MessageCatalog& catalog, std::FILE* keysIn = stdin)
-      : host(m),
-        controller(m.state["controller"], host),
+      : machine(m),
         process(m),
         keys(m, keysIn),
         setup(m),
-        io(m, controller),
+        io(m),
         volumes(m),
         files(m),
         registry(m),
@@ -40,8 +30,7 @@ class SimPlatform {
         broadcast(m),
         platform{streams, keys, catalog, process, setup, io, volumes, files, registry, system, clock, broadcast} {}
 
-  SimHost host;
-  ControllerModel controller;
+  Machine& machine;
   SimProcess process;
   StdinKeys keys;
   SimSetup setup;

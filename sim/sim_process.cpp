@@ -5,24 +5,24 @@
 namespace vmd::sim {
 
 bool SimProcess::initFramework() {
-  m_.count("api", "InitFramework");
-  return !m_.state["host"].value("frameworkFails", false);
+  if (m_.fault("InitFramework")) return false;
+  return !m_.world.host.frameworkFails;
 }
 
 ProcessEnvironment::MutexResult SimProcess::createInstanceMutex(const std::wstring& name) {
   if (auto e = m_.fault("CreateMutexW", 0, toUtf8(name))) return {false, *e};
-  if (m_.state["host"].value("instanceRunning", false)) return {true, 183};
+  if (m_.world.host.instanceRunning) return {true, 183};
   return {true, 0};
 }
 
 bool SimProcess::tokenHasAdministrators() {
   if (m_.fault("GetTokenInformation")) return false;
-  return m_.state["host"].value("administrator", true);
+  return m_.world.host.administrator;
 }
 
 std::int32_t SimProcess::comInitialize() {
   if (auto e = m_.fault("CoInitialize")) return static_cast<std::int32_t>(0x80070000u | (*e & 0xFFFF));
-  return m_.state["host"].value("comFails", false) ? static_cast<std::int32_t>(0x80004005u) : 0;
+  return m_.world.host.comFails ? static_cast<std::int32_t>(0x80004005u) : 0;
 }
 
 void SimProcess::comUninitialize() { m_.count("api", "CoUninitialize"); }

@@ -3,6 +3,8 @@
 
 #include <stdexcept>
 
+#include "sim/controller_model.h"
+
 #include "base/text_codec.h"
 
 namespace vmd::sim {
@@ -17,44 +19,79 @@ std::string stripSlash(std::string s) {
 constexpr std::uint32_t kAttrDirectory = 0x10;
 constexpr std::uint32_t kAttrNormal = 0x80;
 
-void putLE(Bytes& b, std::size_t at, int width, std::uint64_t v) {
-  for (int i = 0; i < width; ++i) b[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-
-// The first sector of an image file described by format, disk size and level.
-Bytes imageHead(const json& image) {
-  Bytes h(512, 0);
-  const std::string format = lowerAscii(image.value("format", std::string("plain")));
-  const std::uint64_t diskSize = parseNumber64(image.value("diskSize", json(0)));
-  if (format == "smart") {
-    putLE(h, 0, 8, 0x6820224927880486ull);
-    putLE(h, 40, 8, diskSize);
-  } else if (format == "compr") {
-    putLE(h, 0, 8, 0x8602113816328511ull);
-    putLE(h, 20, 4, parseNumber64(image.value("level", json(1))));
-    putLE(h, 24, 8, diskSize);
-  } else if (format == "plain") {
-    h[510] = 0x55;
-    h[511] = 0xAA;
-  } else {
-    throw std::runtime_error("unknown image format: " + format);
+Bytes describedHead(const FileEntry& f) {
+  if (f.head) return *f.head;
+  if (f.image) {
+    const std::uint8_t format = f.image->format == "smart" ? 1 : f.image->format == "compr" ? 2 : 0;
+    return imageFileHead(format, f.image->diskSize, static_cast<std::uint8_t>(f.image->level));
   }
-  return h;
-}
-
-Bytes describedHead(const json& f) {
-  if (f.contains("head")) return fromHex(f["head"].get<std::string>());
-  if (f.contains("image")) return imageHead(f["image"]);
   return {};
 }
 
 // A file's length: its "size", else a PLAIN image's disk size, else the length of its head.
-std::uint64_t describedSize(const json& f, const Bytes& head) {
-  if (f.contains("size")) return parseNumber64(f["size"]);
-  if (!f.contains("head") && f.contains("image") && lowerAscii(f["image"].value("format", std::string("plain"))) == "plain")
-    return parseNumber64(f["image"].value("diskSize", json(0)));
+std::uint64_t describedSize(const FileEntry& f, const Bytes& head) {
+  if (f.size) return *f.size;
+  if (!f.head && f.image && f.image->format == "plain") return f.image->diskSize;
   return head.size();
 }
+
+RegKey* findKey(World& w, const std::string& name) {
+  for (RegKey& k : w.registry)
+    if (sameNoCase(k.name, name)) return &k;
+  return nullptr;
+}
+
+// An open registry key: values by index in the order written.
+class SimKey : public Registry::Key {
+ public:
+  SimKey(Machine& m, std::string key) : m_(m), key_(std::move(key)) {}
+  std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
+                          Registry::Value& out) override {
+    if (auto e = m_.fault("RegEnumValueW", 0, key_)) return *e;
+    RegKey* k = findKey(m_.world, key_);
+    if (!k || index >= k->values.size()) return syserr::NoMoreItems;
+    const RegValue& v = k->values[index];
+    const std::wstring name = fromUtf8(v.name);
+    if (name.size() + 1 > nameChars || v.data.size() > dataBytes) return syserr::MoreData;
+    out.name = name;
+    out.type = v.type;
+    out.data = v.data;
+    return 0;
+  }
+  std::uint32_t deleteValue(const std::wstring& wname) override {
+    const std::string name = toUtf8(wname);
+    if (auto e = m_.fault("RegDeleteValueW", 0, key_ + "\\" + name)) return *e;
+    RegKey* k = findKey(m_.world, key_);
+    if (!k) return syserr::FileNotFound;
+    for (auto it = k->values.begin(); it != k->values.end(); ++it)
+      if (sameNoCase(it->name, name)) {
+        k->values.erase(it);
+        return 0;
+      }
+    return syserr::FileNotFound;
+  }
+  std::uint32_t setBinary(const std::wstring& wname, const Bytes& data) override {
+    const std::string name = toUtf8(wname);
+    if (auto e = m_.fault("RegSetValueExW", 0, key_ + "\\" + name)) return *e;
+    RegKey* k = findKey(m_.world, key_);
+    if (!k) {
+      m_.world.registry.push_back({key_, {}});
+      k = &m_.world.registry.back();
+    }
+    for (RegValue& v : k->values)
+      if (sameNoCase(v.name, name)) {
+        v.type = kRegBinary;
+        v.data = data;
+        return 0;
+      }
+    k->values.push_back({name, kRegBinary, data});
+    return 0;
+  }
+
+ private:
+  Machine& m_;
+  std::string key_;
+};
 
 }  // namespace
 
@@ -89,26 +126,29 @@ Bytes fromHex(const std::string& s) {
   return b;
 }
 
-json* SimFiles::findFile(Machine& m, const std::string& path) {
+FileEntry* SimFiles::findFile(World& w, const std::string& path) {
   const std::string key = lowerAscii(stripSlash(path));
-  for (auto& f : m.state["files"])
-    if (lowerAscii(stripSlash(f.value("path", std::string()))) == key) return &f;
+  for (FileEntry& f : w.files)
+    if (lowerAscii(stripSlash(f.path)) == key) return &f;
   return nullptr;
 }
 
 std::uint32_t SimFiles::attributes(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
   if (m_.fault("GetFileAttributesW", 0, path)) return InvalidFileAttributes;
-  if (json* f = findFile(m_, path)) {
-    if (f->contains("attributes")) return parseNumber((*f)["attributes"]);
-    return f->value("directory", false) ? kAttrDirectory : kAttrNormal;
+  if (FileEntry* f = findFile(m_.world, path)) {
+    if (f->attributes) return *f->attributes;
+    return f->directory ? kAttrDirectory : kAttrNormal;
   }
   // The root of a mounted drive is a directory.
   if (path.size() == 3 && path[1] == ':' && path[2] == '\\') {
-    for (const auto& d : m_.state["drives"]) {
-      const std::string l = d.value("letter", std::string());
-      if (!l.empty() && (l[0] | 0x20) == (path[0] | 0x20)) return d.value("rootAttributes", kAttrDirectory);
-    }
+    const char l = static_cast<char>(path[0] & ~0x20);
+    for (const Drive& d : m_.world.drives)
+      if (d.letter == l) return d.rootAttributes.value_or(kAttrDirectory);
+    for (const Volume& v : m_.world.volumes)
+      if (v.disk)
+        for (const std::string& mp : v.mountPoints)
+        if (mp.size() == 3 && static_cast<char>(mp[0] & ~0x20) == l && mp[1] == ':') return kAttrDirectory;
   }
   return InvalidFileAttributes;
 }
@@ -116,16 +156,16 @@ std::uint32_t SimFiles::attributes(const std::wstring& wpath) {
 FileService::Size SimFiles::fileSize(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
   if (auto e = m_.fault("GetFileSize", 0, path)) return {false, *e, 0};
-  json* f = findFile(m_, path);
-  if (!f || f->value("directory", false)) return {false, syserr::FileNotFound, 0};
+  FileEntry* f = findFile(m_.world, path);
+  if (!f || f->directory) return {false, syserr::FileNotFound, 0};
   return {true, 0, describedSize(*f, describedHead(*f))};
 }
 
 std::optional<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t count) {
   const std::string path = toUtf8(wpath);
   if (m_.fault("ReadFile", 0, path)) return std::nullopt;
-  json* f = findFile(m_, path);
-  if (!f || f->value("directory", false) || f->value("readFails", false)) return std::nullopt;
+  FileEntry* f = findFile(m_.world, path);
+  if (!f || f->directory || f->readFails) return std::nullopt;
   Bytes head = describedHead(*f);
   const std::uint64_t size = describedSize(*f, head);
   // Bytes past the described head read as zeros, up to the file's size.
@@ -137,20 +177,21 @@ std::optional<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t
 std::uint32_t SimFiles::writeWhole(const std::wstring& wpath, const Bytes& data) {
   const std::string path = toUtf8(wpath);
   if (m_.fault("CreateFileW", 0, path)) return syserr::OpenFailed;
-  json* f = findFile(m_, path);
-  if (f && (f->value("directory", false) || (parseNumber(f->value("attributes", json(0))) & 1)))
-    return syserr::OpenFailed;
+  FileEntry* f = findFile(m_.world, path);
+  if (f && (f->directory || (f->attributes.value_or(0) & 1))) return syserr::OpenFailed;
   if (!f) {
-    m_.state["files"].push_back({{"path", path}});
-    f = &m_.state["files"].back();
+    m_.world.files.push_back({});
+    f = &m_.world.files.back();
+    f->path = path;
   }
+  f->image.reset();
   if (m_.fault("WriteFile", 0, path)) {
-    (*f)["size"] = 0;
-    (*f)["head"] = "";
+    f->size = 0;
+    f->head = Bytes{};
     return syserr::WriteFault;
   }
-  (*f)["size"] = data.size();
-  (*f)["head"] = toHex(data);
+  f->size = data.size();
+  f->head = data;
   return 0;
 }
 
@@ -162,19 +203,13 @@ bool SimFiles::pathIsDirectory(const std::wstring& path) {
 std::optional<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, const std::wstring& wvalue) {
   const std::string key = toUtf8(wkey), value = toUtf8(wvalue);
   if (m_.fault("RegQueryValueExW", 0, key + "\\" + value)) return std::nullopt;
-  const json& reg = m_.state["registry"];
-  for (auto k = reg.begin(); k != reg.end(); ++k) {
-    if (lowerAscii(k.key()) != lowerAscii(key)) continue;
-    for (auto v = k->begin(); v != k->end(); ++v) {
-      if (lowerAscii(v.key()) != lowerAscii(value)) continue;
-      const json& e = v.value();
-      if (e.is_object()) {
-        if (e.value("type", std::string("REG_DWORD")) != "REG_DWORD") return std::nullopt;
-        return parseNumber(e["data"]);
-      }
-      return parseNumber(e);
+  RegKey* k = findKey(m_.world, key);
+  if (!k) return std::nullopt;
+  for (const RegValue& v : k->values)
+    if (sameNoCase(v.name, value)) {
+      if (v.type != kRegDword || v.data.size() != 4) return std::nullopt;
+      return le32(v.data.data());
     }
-  }
   return std::nullopt;
 }
 
@@ -184,20 +219,24 @@ std::unique_ptr<Registry::Key> SimRegistry::openForWrite(const std::wstring& wke
     error = *e;
     return nullptr;
   }
-  error = syserr::NotSupported;
-  return nullptr;
+  if (!findKey(m_.world, key)) {
+    error = syserr::FileNotFound;
+    return nullptr;
+  }
+  error = 0;
+  return std::make_unique<SimKey>(m_, key);
 }
 
 std::optional<SystemInfo::Memory> SimSystem::memoryStatus() {
   if (m_.fault("GlobalMemoryStatusEx")) return std::nullopt;
-  const json& mem = m_.state["host"]["memory"];
-  if (mem.value("fails", false)) return std::nullopt;
-  return Memory{mem.value("totalPhys", std::uint64_t{0}), mem.value("availPhys", std::uint64_t{0})};
+  const HostState& h = m_.world.host;
+  if (h.memoryFails) return std::nullopt;
+  return Memory{h.totalPhys, h.availPhys};
 }
 
 std::optional<std::wstring> SimSystem::windowsDirectory() {
   if (m_.fault("GetSystemWindowsDirectoryW")) return std::nullopt;
-  const std::string dir = m_.state["host"].value("windowsDirectory", std::string());
+  const std::string& dir = m_.world.host.windowsDirectory;
   if (dir.empty()) return std::nullopt;
   return fromUtf8(dir);
 }
@@ -240,22 +279,17 @@ void SimClock::sleep(std::uint32_t milliseconds) {
 }
 
 std::int32_t SimBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) {
-  if (auto e = m_.fault("BroadcastSystemMessageW")) return -1;
-  m_.state["broadcasts"].push_back(
-      {{"flags", hex32(flags)}, {"message", hex32(message)}, {"wParam", hex32(static_cast<std::uint32_t>(wParam))},
-       {"record", toHex(record)}});
+  if (m_.fault("BroadcastSystemMessageW")) return -1;
+  m_.world.broadcasts.push_back({flags, message, wParam, record});
   return 1;
 }
 
 std::optional<std::vector<std::uint32_t>> SimSystem::diskDriveSignatures() {
   if (m_.fault("WmiQuery")) return std::nullopt;
-  const json& wmi = m_.state["wmi"];
-  if (wmi.is_object() && wmi.value("fails", false)) return std::nullopt;
-  std::vector<std::uint32_t> sig;
-  if (wmi.is_object())
-    for (const auto& s : wmi.value("signatures", json::array())) sig.push_back(parseNumber(s));
-  for (const auto& d : m_.state["controller"]["disks"])
-    if (d.contains("signature")) sig.push_back(parseNumber(d["signature"]));
+  if (m_.world.wmi.fails) return std::nullopt;
+  std::vector<std::uint32_t> sig = m_.world.wmi.signatures;
+  for (const SimDisk& d : m_.world.controller.disks)
+    if (d.signature) sig.push_back(*d.signature);
   return sig;
 }
 

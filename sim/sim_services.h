@@ -1,12 +1,5 @@
-// Files, registry and system services of the simulated machine.
-//
-// state.files[]: {path, size?, attributes?, directory?, head? (hex of the
-//   first bytes), image? ({format: plain|smart|compr, diskSize, level}: the
-//   first sector of such an image file, when there is no head), readFails?}
-// state.registry: {"<key under HKLM>": {"<value>": {"type": "REG_DWORD" |
-//   "REG_BINARY", "data": number | "hex"}}}
-// state.host.memory: {totalPhys, availPhys, fails?}; state.host.windowsDirectory
-// state.wmi: {fails?, signatures[]}; broadcasts are logged in state.broadcasts.
+// Files, registry and system services of the simulated machine, over its
+// typed state (sim/world.h; keys in docs/simulator.md).
 #pragma once
 
 #include "platform/platform.h"
@@ -23,7 +16,7 @@ class SimFiles : public FileService {
   std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override;
   bool pathIsDirectory(const std::wstring& path) override;
 
-  static json* findFile(Machine& m, const std::string& path);
+  static FileEntry* findFile(World& w, const std::string& path);
 
  private:
   Machine& m_;
@@ -50,7 +43,8 @@ class SimSystem : public SystemInfo {
   Machine& m_;
 };
 
-// Virtual time: sleeping advances the machine's clock and costs nothing.
+// Virtual time: sleeping advances the machine's clock, runs what falls due
+// and costs nothing.
 class SimClock : public Clock {
  public:
   explicit SimClock(Machine& m) : m_(m) {}
@@ -73,6 +67,6 @@ class SimBroadcast : public DeviceBroadcast {
 };
 
 std::string toHex(const Bytes& b);
-Bytes fromHex(const std::string& s);
+Bytes fromHex(const std::string& s);  // throws std::runtime_error on text that is not hex
 
 }  // namespace vmd::sim

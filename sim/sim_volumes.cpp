@@ -1,25 +1,21 @@
-#include "platform/platform.h"
 #include "sim/sim_volumes.h"
 
-#include "controller/codes.h"
 #include "base/text_codec.h"
+#include "controller/codes.h"
+#include "platform/platform.h"
 
 namespace vmd::sim {
 
 namespace {
+
+constexpr std::uint32_t kDirNotEmpty = 145;
+constexpr std::uint64_t kPartitionOffset = 32256;
 
 char upperLetter(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
 
 std::string withSlash(std::string s) {
   if (s.empty() || s.back() != '\\') s += '\\';
   return s;
-}
-
-json* findDrive(Machine& m, char letter) {
-  for (auto& d : m.state["drives"])
-    if (!d.value("letter", std::string()).empty() && upperLetter(d["letter"].get<std::string>()[0]) == upperLetter(letter))
-      return &d;
-  return nullptr;
 }
 
 // "X:", "X:\", "\\.\X:" give the letter; anything else 0.
@@ -33,146 +29,183 @@ char letterOf(const std::string& path) {
   return 0;
 }
 
-}  // namespace
+bool mountsLetter(const std::string& mp, char letter) { return letterOf(mp) == letter && mp.find("\\\\") != 0; }
 
-std::uint32_t driveTypeCode(const json& t) {
-  if (t.is_number()) return t.get<std::uint32_t>();
-  const std::string s = lowerAscii(t.get<std::string>());
-  if (s == "removable") return drivetype::Removable;
-  if (s == "fixed") return drivetype::Fixed;
-  if (s == "remote") return drivetype::Remote;
-  if (s == "cdrom") return drivetype::CdRom;
-  if (s == "ramdisk") return drivetype::RamDisk;
-  return drivetype::Unknown;
-}
-
-json* SimVolumes::findVolume(Machine& m, const std::string& name) {
-  const std::string key = lowerAscii(withSlash(name));
-  for (auto& v : m.state["volumes"])
-    if (lowerAscii(withSlash(v.value("name", std::string()))) == key) return &v;
+Drive* findDrive(World& w, char letter) {
+  for (Drive& d : w.drives)
+    if (upperLetter(d.letter) == letter) return &d;
   return nullptr;
 }
 
-std::optional<json> SimVolumes::resolveRoot(Machine& m, const std::string& root) {
-  if (const char letter = letterOf(root)) {
-    json* d = findDrive(m, letter);
-    if (!d) return std::nullopt;
-    json merged = json::object();
-    if (d->contains("volume"))
-      if (json* v = findVolume(m, (*d)["volume"].get<std::string>())) merged = *v;
-    for (auto it = d->begin(); it != d->end(); ++it) merged[it.key()] = it.value();
-    return merged;
+// A letter belongs to a drives[] entry, or to the volume of a controller's
+// disk through its "X:\" mount point; other volumes' mount points name paths.
+Volume* volumeAtLetter(World& w, char letter) {
+  for (Volume& v : w.volumes)
+    if (v.present && v.disk)
+      for (const std::string& mp : v.mountPoints)
+        if (mountsLetter(mp, letter)) return &v;
+  return nullptr;
+}
+
+void overlay(VolumeProps& p, const VolumeProps& o) {
+  if (o.fileSystem) p.fileSystem = o.fileSystem;
+  if (o.label) p.label = o.label;
+  if (o.serial) p.serial = o.serial;
+  if (o.sectorsPerCluster) p.sectorsPerCluster = o.sectorsPerCluster;
+  if (o.bytesPerSector) p.bytesPerSector = o.bytesPerSector;
+  if (o.type) p.type = o.type;
+  if (o.totalBytes) p.totalBytes = o.totalBytes;
+  if (o.freeBytes) p.freeBytes = o.freeBytes;
+  if (o.freeToCaller) p.freeToCaller = o.freeToCaller;
+  if (o.offline) p.offline = o.offline;
+}
+
+// MountedDevices: the 12-byte value of a disk's partition, as the mount-point
+// manager records a letter it gives.
+void rememberLetter(World& w, char letter, const Volume& v) {
+  if (!v.disk) return;
+  const SimDisk* d = w.controller.findDisk(*v.disk);
+  if (!d || d->directIo) return;
+  ByteString data(12, 0);
+  putLe32(data.data(), d->signature.value_or(0));
+  putLe64(data.data() + 4, kPartitionOffset);
+  const std::string name = std::string("\\DosDevices\\") + letter + ":";
+  RegKey* key = nullptr;
+  for (RegKey& k : w.registry)
+    if (sameNoCase(k.name, "SYSTEM\\MountedDevices")) key = &k;
+  if (!key) {
+    w.registry.push_back({"SYSTEM\\MountedDevices", {}});
+    key = &w.registry.back();
   }
-  if (json* v = findVolume(m, root)) return *v;
-  // A volume interface path, as the volume interface class enumerates it.
-  const std::string asInterface = lowerAscii(withSlash(root));
-  for (auto& v : m.state["volumes"])
-    if (v.contains("interfacePath") && lowerAscii(withSlash(v["interfacePath"].get<std::string>())) == asInterface)
-      return v;
-  // The device that holds the volume itself, as a Direct-IO disk's
-  // "\\.\VelmoRdDevPort0Target<n>\".
-  const std::string asDevice = lowerAscii(withSlash(root));
-  for (auto& v : m.state["volumes"])
-    if (v.contains("devicePath") && lowerAscii(withSlash(v["devicePath"].get<std::string>())) == asDevice) return v;
-  // A folder mount point.
+  for (RegValue& r : key->values)
+    if (sameNoCase(r.name, name)) {
+      r.type = kRegBinary;
+      r.data = data;
+      return;
+    }
+  key->values.push_back({name, kRegBinary, data});
+}
+
+void forgetLetter(World& w, char letter) {
+  const std::string name = std::string("\\DosDevices\\") + letter + ":";
+  for (RegKey& k : w.registry)
+    if (sameNoCase(k.name, "SYSTEM\\MountedDevices"))
+      for (auto it = k.values.begin(); it != k.values.end(); ++it)
+        if (sameNoCase(it->name, name)) {
+          k.values.erase(it);
+          return;
+        }
+}
+
+}  // namespace
+
+Volume* SimVolumes::findVolume(World& w, const std::string& name) {
+  const std::string key = lowerAscii(withSlash(name));
+  for (Volume& v : w.volumes)
+    if (lowerAscii(withSlash(v.name)) == key) return &v;
+  return nullptr;
+}
+
+std::optional<SimVolumes::View> SimVolumes::resolveRoot(World& w, const std::string& root) {
+  if (const char letter = letterOf(root)) {
+    if (Drive* d = findDrive(w, letter)) {
+      View view{Volume{}, d->type, false};
+      if (d->volume)
+        if (Volume* v = findVolume(w, *d->volume)) {
+          view.volume = *v;
+          view.hasVolume = true;
+        }
+      overlay(view.volume.props, d->overrides);
+      if (d->overrides.type) view.type = *d->overrides.type;
+      return view;
+    }
+    if (Volume* v = volumeAtLetter(w, letter)) return View{*v, v->props.type.value_or(drivetype::Fixed), true};
+    return std::nullopt;
+  }
+  auto viewOf = [&](Volume& v) -> View {
+    // A volume has its own type, else the type of the drive that shows it, else fixed.
+    std::uint32_t type = drivetype::Fixed;
+    for (const Drive& d : w.drives)
+      if (d.volume && sameNoCase(withSlash(*d.volume), withSlash(v.name))) type = d.type;
+    return View{v, v.props.type.value_or(type), true};
+  };
+  if (Volume* v = findVolume(w, root)) return viewOf(*v);
   const std::string key = lowerAscii(withSlash(root));
-  for (auto& v : m.state["volumes"])
-    for (const auto& mp : v.value("mountPoints", json::array()))
-      if (lowerAscii(withSlash(mp.get<std::string>())) == key) return v;
+  // A volume interface path, as the volume interface class enumerates it.
+  for (Volume& v : w.volumes)
+    if (!v.interfacePath.empty() && lowerAscii(withSlash(v.interfacePath)) == key) return viewOf(v);
+  // The device that holds the volume itself, as a Direct-IO disk's "\\.\VelmoRdDevPort0Target<n>\".
+  for (Volume& v : w.volumes)
+    if (v.devicePath && lowerAscii(withSlash(*v.devicePath)) == key) return viewOf(v);
+  // A folder mount point.
+  for (Volume& v : w.volumes)
+    for (const std::string& mp : v.mountPoints)
+      if (lowerAscii(withSlash(mp)) == key) return viewOf(v);
   return std::nullopt;
 }
 
-std::optional<std::string> SimVolumes::volumeForDevicePath(Machine& m, const std::string& path) {
+std::optional<std::string> SimVolumes::volumeForDevicePath(World& w, const std::string& path) {
   if (const char letter = letterOf(path)) {
-    json* d = findDrive(m, letter);
-    if (!d || !d->contains("volume")) return std::nullopt;
-    return (*d)["volume"].get<std::string>();
+    if (Drive* d = findDrive(w, letter)) {
+      if (!d->volume) return std::nullopt;
+      return *d->volume;
+    }
+    if (Volume* v = volumeAtLetter(w, letter)) return v->name;
+    return std::nullopt;
   }
   const std::string key = lowerAscii(path);
-  for (auto& v : m.state["volumes"]) {
-    if (!v.value("present", true)) continue;
-    const std::string name = v.value("name", std::string());
-    if (lowerAscii(v.value("interfacePath", std::string())) == key || lowerAscii(name) == key ||
-        lowerAscii(withSlash(name)) == lowerAscii(withSlash(path)))
-      return name;
+  for (Volume& v : w.volumes) {
+    if (!v.present) continue;
+    if (lowerAscii(v.interfacePath) == key || lowerAscii(v.name) == key ||
+        lowerAscii(withSlash(v.name)) == lowerAscii(withSlash(path)))
+      return v.name;
   }
   return std::nullopt;
-}
-
-DeviceIo::ControlResult SimVolumes::volumeControl(Machine& m, const std::string& volume, std::uint32_t code,
-                                                  const std::uint8_t*, std::uint32_t, std::uint8_t* out,
-                                                  std::uint32_t outSize) {
-  json* v = findVolume(m, volume);
-  if (!v) return {false, 0, syserr::FileNotFound};
-  if (code == ioctl::VolumeGetVolumeDiskExtents) {
-    if (v->value("offline", false)) return {false, 0, syserr::NotReady};
-    const json& extents = (*v)["extents"];
-    const std::size_t need = 8 + 24 * extents.size();
-    if (outSize < 32) return {false, 0, syserr::InsufficientBuffer};
-    putLe32(out, static_cast<std::uint32_t>(extents.size()));
-    putLe32(out + 4, 0);
-    if (outSize < need) return {false, 32, syserr::MoreData};
-    for (std::size_t i = 0; i < extents.size(); ++i) {
-      std::uint8_t* e = out + 8 + 24 * i;
-      putLe32(e, parseNumber(extents[i]["disk"]));
-      putLe32(e + 4, 0);
-      putLe64(e + 8, extents[i].value("offset", std::uint64_t{0}));
-      putLe64(e + 16, extents[i].value("length", std::uint64_t{0}));
-    }
-    return {true, static_cast<std::uint32_t>(need), 0};
-  }
-  return {false, 0, 1};
 }
 
 std::uint32_t SimVolumes::logicalDrives() {
   if (m_.fault("GetLogicalDrives")) return 0;
   std::uint32_t mask = 0;
-  for (const auto& d : m_.state["drives"]) {
-    const std::string l = d.value("letter", std::string());
-    if (l.empty()) continue;
-    const char c = upperLetter(l[0]);
+  for (const Drive& d : m_.world.drives) {
+    const char c = upperLetter(d.letter);
     if (c >= 'A' && c <= 'Z') mask |= 1u << (c - 'A');
   }
+  for (const Volume& v : m_.world.volumes)
+    if (v.present && v.disk)
+      for (const std::string& mp : v.mountPoints)
+        if (const char c = letterOf(mp); c && mp.size() <= 3) mask |= 1u << (c - 'A');
   return mask;
 }
 
 std::uint32_t SimVolumes::driveType(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
   if (m_.fault("GetDriveTypeW", 0, root)) return drivetype::Unknown;
-  if (const char letter = letterOf(root)) {
-    json* d = findDrive(m_, letter);
-    return d ? driveTypeCode(d->value("type", json("fixed"))) : drivetype::NoRootDir;
-  }
-  std::optional<json> v = resolveRoot(m_, root);
+  std::optional<View> v = resolveRoot(m_.world, root);
   if (!v) return drivetype::NoRootDir;
-  if (v->contains("type")) return driveTypeCode((*v)["type"]);
-  // A volume has the type of the drive that shows it, else it is fixed.
-  const std::string name = lowerAscii(withSlash(v->value("name", std::string())));
-  for (const auto& d : m_.state["drives"])
-    if (d.contains("volume") && lowerAscii(withSlash(d["volume"].get<std::string>())) == name && d.contains("type"))
-      return driveTypeCode(d["type"]);
-  return drivetype::Fixed;
+  return v->type;
 }
 
 VolumeService::VolumeInfo SimVolumes::volumeInformation(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
   if (auto e = m_.fault("GetVolumeInformationW", 0, root)) return {false, *e, L"", 0, L""};
-  std::optional<json> v = resolveRoot(m_, root);
-  if (!v || !v->contains("fileSystem") || v->value("offline", false)) return {false, syserr::NotReady, L"", 0, L""};
-  return {true, 0, fromUtf8(v->value("label", std::string())), parseNumber(v->value("serial", json(0))),
-          fromUtf8((*v)["fileSystem"].get<std::string>())};
+  std::optional<View> v = resolveRoot(m_.world, root);
+  if (!v || !v->volume.props.fileSystem || v->volume.props.offline.value_or(false))
+    return {false, syserr::NotReady, L"", 0, L""};
+  const VolumeProps& p = v->volume.props;
+  return {true, 0, fromUtf8(p.label.value_or("")), p.serial.value_or(0), fromUtf8(*p.fileSystem)};
 }
 
 VolumeService::FreeSpace SimVolumes::diskFreeSpace(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
   if (auto e = m_.fault("GetDiskFreeSpaceW", 0, root)) return {false, *e, 0, 0, 0, 0};
-  std::optional<json> v = resolveRoot(m_, root);
-  if (!v || !v->contains("fileSystem")) return {false, syserr::NotReady, 0, 0, 0, 0};
-  const std::uint32_t spc = parseNumber(v->value("sectorsPerCluster", json(8)));
-  const std::uint32_t bps = parseNumber(v->value("bytesPerSector", json(512)));
+  std::optional<View> v = resolveRoot(m_.world, root);
+  if (!v || !v->volume.props.fileSystem) return {false, syserr::NotReady, 0, 0, 0, 0};
+  const VolumeProps& p = v->volume.props;
+  const std::uint32_t spc = p.sectorsPerCluster.value_or(8);
+  const std::uint32_t bps = p.bytesPerSector.value_or(512);
   const std::uint64_t cluster = std::uint64_t{spc} * bps;
-  const std::uint64_t total = v->value("totalBytes", std::uint64_t{0});
-  const std::uint64_t free = v->value("freeBytes", std::uint64_t{0});
+  const std::uint64_t total = p.totalBytes.value_or(0);
+  const std::uint64_t free = p.freeBytes.value_or(0);
   auto clamp = [](std::uint64_t x) { return static_cast<std::uint32_t>(x > 0xFFFFFFFFu ? 0xFFFFFFFFu : x); };
   return {true, 0, spc, bps, clamp(cluster ? free / cluster : 0), clamp(cluster ? total / cluster : 0)};
 }
@@ -180,21 +213,22 @@ VolumeService::FreeSpace SimVolumes::diskFreeSpace(const std::wstring& wroot) {
 VolumeService::FreeSpaceEx SimVolumes::diskFreeSpaceEx(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
   if (auto e = m_.fault("GetDiskFreeSpaceExW", 0, path)) return {false, *e, 0, 0, 0};
-  std::optional<json> v = resolveRoot(m_, path);
-  if (!v && path.size() >= 3 && path[1] == ':') v = resolveRoot(m_, path.substr(0, 3));
-  if (!v || !v->contains("fileSystem")) return {false, syserr::NotReady, 0, 0, 0};
-  const std::uint64_t total = v->value("totalBytes", std::uint64_t{0});
-  const std::uint64_t free = v->value("freeBytes", std::uint64_t{0});
-  return {true, 0, v->value("freeToCaller", free), total, free};
+  std::optional<View> v = resolveRoot(m_.world, path);
+  if (!v && path.size() >= 3 && path[1] == ':') v = resolveRoot(m_.world, path.substr(0, 3));
+  if (!v || !v->volume.props.fileSystem) return {false, syserr::NotReady, 0, 0, 0};
+  const VolumeProps& p = v->volume.props;
+  const std::uint64_t total = p.totalBytes.value_or(0);
+  const std::uint64_t free = p.freeBytes.value_or(0);
+  return {true, 0, p.freeToCaller.value_or(free), total, free};
 }
 
 VolumeService::Text SimVolumes::volumeNameForMountPoint(const std::wstring& wmp, std::uint32_t chars) {
   const std::string mp = toUtf8(wmp);
   if (auto e = m_.fault("GetVolumeNameForVolumeMountPointW", 0, mp)) return {false, *e, L""};
   if (mp.empty() || mp.back() != '\\') return {false, syserr::InvalidParameter, L""};
-  std::optional<json> v = resolveRoot(m_, mp);
-  if (!v || !v->contains("name")) return {false, syserr::FileNotFound, L""};
-  std::wstring name = fromUtf8((*v)["name"].get<std::string>());
+  std::optional<View> v = resolveRoot(m_.world, mp);
+  if (!v || !v->hasVolume || v->volume.name.empty()) return {false, syserr::FileNotFound, L""};
+  std::wstring name = fromUtf8(v->volume.name);
   if (name.size() + 1 > chars) return {false, 206u, L""};
   return {true, 0, name};
 }
@@ -202,11 +236,11 @@ VolumeService::Text SimVolumes::volumeNameForMountPoint(const std::wstring& wmp,
 VolumeService::PathNames SimVolumes::volumePathNames(const std::wstring& wname, std::uint32_t chars) {
   const std::string name = toUtf8(wname);
   if (auto e = m_.fault("GetVolumePathNamesForVolumeNameW", 0, name)) return {false, *e, {}, 0};
-  json* v = findVolume(m_, name);
+  Volume* v = findVolume(m_.world, name);
   if (!v) return {false, syserr::FileNotFound, {}, 0};
   std::vector<wchar_t> multi;
-  for (const auto& mp : v->value("mountPoints", json::array())) {
-    const std::wstring w = fromUtf8(mp.get<std::string>());
+  for (const std::string& mp : v->mountPoints) {
+    const std::wstring w = fromUtf8(mp);
     multi.insert(multi.end(), w.begin(), w.end());
     multi.push_back(0);
   }
@@ -219,19 +253,72 @@ VolumeService::PathNames SimVolumes::volumePathNames(const std::wstring& wname, 
 SysStatus SimVolumes::setVolumeMountPoint(const std::wstring& wmp, const std::wstring& wname) {
   const std::string mp = toUtf8(wmp);
   if (auto e = m_.fault("SetVolumeMountPointW", 0, mp)) return {false, *e};
-  return {false, syserr::NotSupported};
+  const std::string name = toUtf8(wname);
+  if (mp.empty() || mp.back() != '\\' || name.empty() || name.back() != '\\') return {false, syserr::InvalidParameter};
+  Volume* v = findVolume(m_.world, name);
+  if (!v || !v->present) return {false, syserr::FileNotFound};
+  if (const char letter = letterOf(mp)) {
+    if (findDrive(m_.world, letter) || volumeAtLetter(m_.world, letter)) return {false, kDirNotEmpty};
+    v->mountPoints.push_back(std::string(1, letter) + ":\\");
+    if (v->disk) {
+      rememberLetter(m_.world, letter, *v);
+    } else {
+      Drive d;  // a volume of its own shows at a letter through a drive
+      d.letter = letter;
+      d.volume = v->name;
+      m_.world.drives.push_back(d);
+    }
+    return {true, 0};
+  }
+  for (const Volume& o : m_.world.volumes)
+    for (const std::string& p : o.mountPoints)
+      if (sameNoCase(withSlash(p), mp)) return {false, kDirNotEmpty};
+  v->mountPoints.push_back(mp);
+  return {true, 0};
 }
 
 SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
   const std::string mp = toUtf8(wmp);
   if (auto e = m_.fault("DeleteVolumeMountPointW", 0, mp)) return {false, *e};
-  return {false, syserr::NotSupported};
+  if (mp.empty() || mp.back() != '\\') return {false, syserr::InvalidParameter};
+  const char letter = letterOf(mp);
+  if (letter) {
+    if (Volume* v = volumeAtLetter(m_.world, letter)) {
+      for (auto it = v->mountPoints.begin(); it != v->mountPoints.end();)
+        it = mountsLetter(*it, letter) ? v->mountPoints.erase(it) : it + 1;
+      forgetLetter(m_.world, letter);
+      return {true, 0};
+    }
+    for (auto it = m_.world.drives.begin(); it != m_.world.drives.end(); ++it)
+      if (upperLetter(it->letter) == letter && it->volume) {
+        if (Volume* v = findVolume(m_.world, *it->volume))
+          for (auto mp = v->mountPoints.begin(); mp != v->mountPoints.end();)
+            mp = mountsLetter(*mp, letter) ? v->mountPoints.erase(mp) : mp + 1;
+        m_.world.drives.erase(it);
+        forgetLetter(m_.world, letter);
+        return {true, 0};
+      }
+    return {false, syserr::FileNotFound};
+  }
+  for (Volume& v : m_.world.volumes)
+    for (auto it = v.mountPoints.begin(); it != v.mountPoints.end(); ++it)
+      if (sameNoCase(withSlash(*it), mp)) {
+        v.mountPoints.erase(it);
+        return {true, 0};
+      }
+  return {false, syserr::FileNotFound};
 }
 
-SysStatus SimVolumes::setVolumeLabel(const std::wstring& wroot, const std::wstring*) {
+SysStatus SimVolumes::setVolumeLabel(const std::wstring& wroot, const std::wstring* label) {
   const std::string root = toUtf8(wroot);
   if (auto e = m_.fault("SetVolumeLabelW", 0, root)) return {false, *e};
-  return {false, syserr::NotSupported};
+  std::optional<View> view = resolveRoot(m_.world, root);
+  if (!view || !view->hasVolume) return {false, syserr::FileNotFound};
+  Volume* v = findVolume(m_.world, view->volume.name);
+  if (!v || !v->props.fileSystem) return {false, syserr::NotReady};
+  if (label && label->size() > 32) return {false, 154};  // ERROR_LABEL_TOO_LONG
+  v->props.label = label ? toUtf8(*label) : std::string();
+  return {true, 0};
 }
 
 }  // namespace vmd::sim

@@ -1,11 +1,6 @@
-// Drives, volumes and mount points of the simulated machine.
-//
-// state.drives[]: {letter, type, volume?, and any volume property to override}
-// state.volumes[]: {name (\\?\Volume{...}\), interfacePath, mountPoints[],
-//   fileSystem, label, serial, sectorsPerCluster, bytesPerSector, totalBytes,
-//   freeBytes, extents[{disk, offset, length}], present?, offline?, type?,
-//   devicePath? (the device that holds the volume, e.g. a Direct-IO disk's
-//   \\.\VelmoRdDevPort0Target<n>)}
+// Drives, volumes and mount points of the simulated machine. Each letter has
+// one owner: a volume's "X:\" mount point, or a drives[] entry for a letter
+// that shows no simulated volume of its own (or names one by GUID).
 #pragma once
 
 #include <optional>
@@ -31,23 +26,23 @@ class SimVolumes : public VolumeService {
   SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) override;
   SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override;
 
-  // The volume a device path opens ("\\.\X:", an interface path, a volume
-  // GUID name without its trailing backslash), or nothing.
-  static std::optional<std::string> volumeForDevicePath(Machine& m, const std::string& path);
-  // A request sent to an opened volume.
-  static DeviceIo::ControlResult volumeControl(Machine& m, const std::string& volume, std::uint32_t code,
-                                               const std::uint8_t* in, std::uint32_t inSize, std::uint8_t* out,
-                                               std::uint32_t outSize);
+  // The GUID name of the volume a device path opens ("\\.\X:", an interface
+  // path, a volume GUID name without its trailing backslash), or nothing.
+  static std::optional<std::string> volumeForDevicePath(World& w, const std::string& path);
+  static Volume* findVolume(World& w, const std::string& name);
 
-  // The properties of what a root path ("X:\", a volume GUID name, a folder
-  // mount point) names: the volume merged with the drive's overrides.
-  static std::optional<json> resolveRoot(Machine& m, const std::string& root);
-  static json* findVolume(Machine& m, const std::string& name);
+  // What a root path ("X:\", a volume GUID name, an interface path, a
+  // device path, a folder mount point) names: the volume with the drive's
+  // overrides laid over it. `type` is the drive type it shows.
+  struct View {
+    Volume volume;
+    std::uint32_t type;
+    bool hasVolume;
+  };
+  static std::optional<View> resolveRoot(World& w, const std::string& root);
 
  private:
   Machine& m_;
 };
-
-std::uint32_t driveTypeCode(const json& type);
 
 }  // namespace vmd::sim

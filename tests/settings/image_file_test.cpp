@@ -235,9 +235,9 @@ json diskMachine(json disk) {
 }
 
 std::uint32_t statusRequests(SimApp& sim) {
-  const json& stats = sim.machine.state["stats"];
+  const json& stats = sim.machine.stats;
   if (!stats.contains("requests")) return 0;
-  return stats["requests"].value("0x0004606c", 0u);
+  return stats["requests"].value("QueryDiskStatus", 0u);
 }
 
 TEST(QueryDiskStatus, StatusDefaultsToTheSettingsRecord) {
@@ -304,7 +304,7 @@ TEST(QueryDiskStatus, EachTryOpensTheControllerAfresh) {
   Bytes big(1500, 0);
   SimApp sim(diskMachine({{"index", 1}, {"statusRecord", sim::toHex(big)}}));
   ASSERT_TRUE(QueryDiskStatus(sim.controller, 1));
-  const json& stats = sim.machine.state["stats"];
+  const json& stats = sim.machine.stats;
   const std::string path = toUtf8(sim.controller.devicePath());
   EXPECT_EQ(stats["opens"].value(path, 0u), 2u);
   EXPECT_EQ(stats["closes"].value(path, 0u), 2u);

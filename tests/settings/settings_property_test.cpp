@@ -184,7 +184,7 @@ TEST(SettingsProperty, CreationRecordGivesBackTheValidatedSettings) {
     std::uint32_t silent = 0;
     ParseDiskOptions(sim.app, args.argc(), args.argv(), s, silent);
     const std::int32_t asked = static_cast<std::int32_t>(s.sizeMb);
-    addImages(sim.machine.state, asked < 1 ? 128 : asked > 1048576 ? 1048576 : s.sizeMb);
+    sim.machine.edit([&](json& state) { addImages(state, asked < 1 ? 128 : asked > 1048576 ? 1048576 : s.sizeMb); });
     if (!ValidateDiskSettings(sim.app, s, 1, 0)) continue;
     ++accepted;
 

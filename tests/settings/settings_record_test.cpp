@@ -347,7 +347,7 @@ class RecordingIo : public DeviceIo {
 
 class ReadExchange : public ::testing::Test {
  protected:
-  void SetUp() override { machine.state["stats"] = json::object(); }
+  void SetUp() override { machine.stats = json::object(); }
 
   std::optional<Bytes> read(std::uint8_t index) {
     sim::SimPlatform sim(machine, streams, *catalog, nullptr);
@@ -361,12 +361,14 @@ class ReadExchange : public ::testing::Test {
     return r;
   }
 
-  void addDisk(json disk) { machine.state["controller"]["disks"].push_back(std::move(disk)); }
+  void addDisk(json disk) {
+    machine.edit([&](json& s) { s["controller"]["disks"].push_back(disk); });
+  }
   void addRawDisk(std::uint32_t index, const Bytes& raw) {
     addDisk({{"index", index}, {"settingsRecord", sim::toHex(raw)}});
   }
   int requestCount() {
-    return machine.state["stats"]["requests"].value(sim::hex32(ioctl::ReadDiskSettingsRecord), 0);
+    return machine.stats["requests"].value(sim::codeName(ioctl::ReadDiskSettingsRecord), 0);
   }
 
   // A record-shaped block of exactly n bytes whose total-length field says n.
@@ -388,7 +390,7 @@ TEST_F(ReadExchange, SmallRecordComesInOneRequest) {
   addDisk({{"index", 3}, {"settings", {{"sizeMb", 512}, {"volumeLabel", "DATA"}}}});
   const auto r = read(3);
   ASSERT_TRUE(r);
-  EXPECT_EQ(*r, sim::diskRecord(machine.state["controller"]["disks"][0]));
+  EXPECT_EQ(*r, *machine.world.controller.findDisk(3)->settings);
   EXPECT_EQ(fromRecord(*r).sizeMb, 512u);
   EXPECT_EQ(fromRecord(*r).volumeLabel, L"DATA");
   EXPECT_EQ(rooms, (std::vector<std::uint32_t>{1020}));
@@ -409,8 +411,8 @@ TEST_F(ReadExchange, BufferDoublesWhileTheControllerAsksForMoreRoom) {
   EXPECT_EQ(r->size(), 3000u);
   EXPECT_EQ(rooms, (std::vector<std::uint32_t>{1020, 2044, 4092}));
   EXPECT_EQ(requestCount(), 3);
-  EXPECT_EQ(machine.state["stats"]["opens"].begin().value(), 3);
-  EXPECT_EQ(machine.state["stats"]["closes"].begin().value(), 3);
+  EXPECT_EQ(machine.stats["opens"].begin().value(), 3);
+  EXPECT_EQ(machine.stats["closes"].begin().value(), 3);
 }
 
 TEST_F(ReadExchange, ReplyThatJustFitsNeedsNoSecondRequest) {
@@ -423,7 +425,7 @@ TEST_F(ReadExchange, ReplyThatJustFitsNeedsNoSecondRequest) {
 }
 
 TEST_F(ReadExchange, MoreDataErrorAlsoGrowsTheBuffer) {
-  machine.state["controller"]["shortBufferError"] = 234;
+  machine.world.controller.shortBufferError = 234;
   addRawDisk(0, rawOfLength(5000));
   ASSERT_TRUE(read(0));
   EXPECT_EQ(rooms, (std::vector<std::uint32_t>{1020, 2044, 4092, 8188}));
@@ -446,14 +448,14 @@ TEST_F(ReadExchange, RecordThatDoesNotFit131072BytesFails) {
 
 TEST_F(ReadExchange, OtherErrorsEndTheExchangeAtOnce) {
   addDisk({{"index", 0}});
-  machine.state["faults"] = json::array({{{"api", "DeviceIoControl"}, {"code", "0x4601c"}, {"error", 31}}});
+  machine.edit([](json& s) { s["faults"] = json::array({{{"api", "DeviceIoControl"}, {"code", "0x4601c"}, {"error", 31}}}); });
   EXPECT_FALSE(read(0));
   EXPECT_EQ(requestCount(), 1);
 }
 
 TEST_F(ReadExchange, FailedOpenYieldsNothing) {
   addDisk({{"index", 0}});
-  machine.state["faults"] = json::array({{{"api", "CreateFileW"}, {"error", 5}}});
+  machine.edit([](json& s) { s["faults"] = json::array({{{"api", "CreateFileW"}, {"error", 5}}}); });
   EXPECT_FALSE(read(0));
   EXPECT_TRUE(rooms.empty());
 }

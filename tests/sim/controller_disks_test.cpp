@@ -7,24 +7,12 @@
 
 #include "controller/codes.h"
 #include "sim/controller_model.h"
+#include "sim/model_rig.h"
 
 namespace vmd::sim {
 namespace {
 
-class NoHost : public HostHooks {};
-
-struct Model {
-  explicit Model(json state) : c(std::move(state)), model(c, host) {}
-  ControllerModel::Reply send(std::uint32_t code, const std::vector<std::uint8_t>& in, std::uint32_t outSize) {
-    out.assign(outSize, 0xEE);
-    return model.handle(code, in.empty() ? nullptr : in.data(), static_cast<std::uint32_t>(in.size()), out.data(),
-                        outSize);
-  }
-  json c;
-  NoHost host;
-  ControllerModel model;
-  std::vector<std::uint8_t> out;
-};
+using test::Model;
 
 std::vector<std::uint8_t> head(std::uint8_t target, std::uint32_t headLength = 12, std::uint32_t total = 12) {
   std::vector<std::uint8_t> h(12, 0);

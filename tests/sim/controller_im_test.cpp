@@ -6,26 +6,14 @@
 
 #include "controller/codes.h"
 #include "sim/controller_model.h"
+#include "sim/model_rig.h"
 
 namespace vmd::sim {
 namespace {
 
-class NoHost : public HostHooks {};
-
-struct Model {
-  explicit Model(json im) : c({{"im", std::move(im)}}), model(c, host) {}
-  ControllerModel::Reply send(std::uint32_t code, const std::vector<std::uint8_t>& in, std::uint32_t outSize) {
-    out.assign(outSize, 0xEE);
-    return model.handle(code, in.empty() ? nullptr : in.data(), static_cast<std::uint32_t>(in.size()),
-                        out.empty() ? nullptr : out.data(), outSize);
-  }
-  std::uint32_t field(std::size_t at) const {
-    return out[at] | (out[at + 1] << 8) | (out[at + 2] << 16) | (static_cast<std::uint32_t>(out[at + 3]) << 24);
-  }
-  json c;
-  NoHost host;
-  ControllerModel model;
-  std::vector<std::uint8_t> out;
+// A controller whose Invisible Memory manager is `im`.
+struct Model : test::Model {
+  explicit Model(json im) : test::Model(json{{"im", std::move(im)}}) {}
 };
 
 std::vector<std::uint8_t> options(std::uint32_t size, std::uint32_t reserveMb, std::uint32_t quotaMb,
@@ -100,7 +88,7 @@ TEST(SimControllerIm, SetOptionsChecksItsSize) {
 TEST(SimControllerIm, SetOptionsStoresUnitsAndTakesEffectWhenNotInUse) {
   Model m(json{{"state", 0}, {"unitSize", 2097152}, {"localState", 0}});
   ASSERT_EQ(m.send(ioctl::SetImOptions, options(24, 513, 1024, 'd', 0), 0).error, 0u);
-  const json& im = m.c["im"];
+  const json im = m.state()["im"];
   EXPECT_EQ(im["reserveConfigured"], 256);  // 513 MB in 2 MB units, truncated
   EXPECT_EQ(im["quotaConfigured"], 512);
   EXPECT_EQ(im["hiberDriveConfigured"], "d");
@@ -114,7 +102,7 @@ TEST(SimControllerIm, SetOptionsStoresUnitsAndTakesEffectWhenNotInUse) {
 TEST(SimControllerIm, SetOptionsWaitsForARestartWhileInUse) {
   Model m(json{{"state", 0}, {"unitSize", 4096}, {"localState", 1}, {"reserveInEffect", 7}, {"hiberInEffect", 1}});
   ASSERT_EQ(m.send(ioctl::SetImOptions, options(24, 64, 0, 0, 0), 0).error, 0u);
-  const json& im = m.c["im"];
+  const json im = m.state()["im"];
   EXPECT_EQ(im["reserveConfigured"], 16384);
   EXPECT_EQ(im["hiberDriveConfigured"], "");
   EXPECT_EQ(im["reserveInEffect"], 7);
@@ -124,9 +112,9 @@ TEST(SimControllerIm, SetOptionsWaitsForARestartWhileInUse) {
 TEST(SimControllerIm, EnableAndDisableSetTheLocalState) {
   Model m(json{{"state", 0}});
   ASSERT_EQ(m.send(ioctl::EnableIm, {}, 0).error, 0u);
-  EXPECT_EQ(m.c["im"]["localState"], 1);
+  EXPECT_EQ(m.state()["im"]["localState"], 1);
   ASSERT_EQ(m.send(ioctl::DisableIm, {}, 0).error, 0u);
-  EXPECT_EQ(m.c["im"]["localState"], 0);
+  EXPECT_EQ(m.state()["im"]["localState"], 0);
 }
 
 TEST(SimControllerIm, UnsupportedManagerFailsEveryCode) {

@@ -1,30 +1,41 @@
-#include "sim/controller_status.h"
-
+// The controller's live status of a disk: its settings record unless the
+// state describes a status, raw or laid over the settings.
 #include <gtest/gtest.h>
+
+#include "controller/codes.h"
+#include "sim/model_rig.h"
+#include "sim/record_layout.h"
 
 namespace vmd::sim {
 namespace {
 
+std::vector<std::uint8_t> head(std::uint8_t target) { return {12, 0, 0, 0, 12, 0, 0, 0, 0, 0, target, 0}; }
+
+RecordBytes statusOf(const json& disk) {
+  test::Model m(json{{"disks", json::array({disk})}});
+  const auto r = m.send(ioctl::QueryDiskStatus, head(1), 4096);
+  EXPECT_EQ(r.error, 0u);
+  return RecordBytes(m.out.begin(), m.out.begin() + r.returned);
+}
+
 TEST(SimDiskStatus, WithoutAStatusItIsTheSettingsRecord) {
   const json disk = {{"index", 1}, {"settings", {{"sizeMb", 64}, {"volumeLabel", "A"}}}};
-  EXPECT_EQ(diskStatusRecord(disk), diskRecord(disk));
+  EXPECT_EQ(statusOf(disk), diskRecord(disk));
 }
 
 TEST(SimDiskStatus, StatusFieldsAreLaidOverTheSettings) {
   const json disk = {{"index", 1},
                      {"settings", {{"sizeMb", 64}, {"volumeLabel", "A"}}},
                      {"status", {{"substanceFlags", "0x400"}}}};
-  const json d = decodeRecord(diskStatusRecord(disk));
+  const json d = decodeRecord(statusOf(disk));
   EXPECT_EQ(parseNumber(d["substanceFlags"]), 0x400u);
   EXPECT_EQ(d["volumeLabel"], "A");
 }
 
 // A size in whole MB in the status replaces a settings size given in bytes.
 TEST(SimDiskStatus, StatusSizeReplacesTheSettingsSizeWhicheverForm) {
-  const json disk = {{"index", 1},
-                     {"settings", {{"sizeBytes", 1572864}}},
-                     {"status", {{"sizeMb", 32}}}};
-  const RecordBytes r = diskStatusRecord(disk);
+  const json disk = {{"index", 1}, {"settings", {{"sizeBytes", 1572864}}}, {"status", {{"sizeMb", 32}}}};
+  const RecordBytes r = statusOf(disk);
   ASSERT_GE(r.size(), 24u);
   std::uint64_t size = 0;
   for (int i = 7; i >= 0; --i) size = (size << 8) | r[16 + static_cast<std::size_t>(i)];
@@ -32,28 +43,18 @@ TEST(SimDiskStatus, StatusSizeReplacesTheSettingsSizeWhicheverForm) {
 }
 
 TEST(SimDiskStatus, RawStatusRecordIsTakenAsItStands) {
-  const json disk = {{"index", 1}, {"statusRecord", "0102"}};
-  EXPECT_EQ(diskStatusRecord(disk), (RecordBytes{1, 2}));
+  EXPECT_EQ(statusOf({{"index", 1}, {"statusRecord", "0102"}}), (RecordBytes{1, 2}));
 }
 
-struct NoHost : HostHooks {};
-
 TEST(SimDiskStatus, RequestHeadIsCheckedLikeEveryDiskRequest) {
-  json controller = {{"disks", json::array({{{"index", 1}, {"settings", json::object()}}})}};
-  NoHost host;
-  ControllerModel model(controller, host);
-  auto diskStatusReply = [&](json&, const std::uint8_t* in, std::uint32_t inSize, std::uint8_t* out,
-                             std::uint32_t outSize) { return model.handle(0x4606C, in, inSize, out, outSize); };
-  std::uint8_t out[4096];
-  std::uint8_t head[12] = {12, 0, 0, 0, 12, 0, 0, 0, 0, 0, 1, 0};
-  EXPECT_EQ(diskStatusReply(controller, head, 12, out, sizeof out).error, 0u);
-  head[10] = 200;  // no target of 128 or more exists
-  EXPECT_EQ(diskStatusReply(controller, head, 12, out, sizeof out).error, 87u);
-  head[10] = 2;
-  EXPECT_EQ(diskStatusReply(controller, head, 12, out, sizeof out).error, 2u);
-  head[10] = 1;
-  EXPECT_EQ(diskStatusReply(controller, head, 11, out, sizeof out).error, 87u);
-  EXPECT_EQ(diskStatusReply(controller, head, 12, out, 10).error, 122u);
+  test::Model m(json{{"disks", json::array({{{"index", 1}, {"settings", json::object()}}})}});
+  EXPECT_EQ(m.send(ioctl::QueryDiskStatus, head(1), 4096).error, 0u);
+  EXPECT_EQ(m.send(ioctl::QueryDiskStatus, head(200), 4096).error, 87u);  // no target of 128 or more exists
+  EXPECT_EQ(m.send(ioctl::QueryDiskStatus, head(2), 4096).error, 2u);
+  auto shortHead = head(1);
+  shortHead.pop_back();
+  EXPECT_EQ(m.send(ioctl::QueryDiskStatus, shortHead, 4096).error, 87u);
+  EXPECT_EQ(m.send(ioctl::QueryDiskStatus, head(1), 10).error, 122u);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ class SimApp {
   std::wstring out() const { return streams.out; }
   // How often the run called `api` so far.
   std::uint32_t apiCalls(const std::string& api) const {
-    const sim::json& stats = machine.state["stats"];
+    const sim::json& stats = machine.stats;
     if (!stats.is_object() || !stats.contains("api")) return 0;
     return stats["api"].value(api, 0u);
   }

@@ -1,0 +1,177 @@
+// The simulated Windows side of the controller's events: a disk's arrival
+// brings its volume, which the mount-point manager gives a letter as Windows
+// does (the letter MountedDevices remembers for the disk, else the first free
+// one from C, none while automatic mounting is off); a departure takes it away.
+#include <cstdio>
+
+#include "base/text_codec.h"
+#include "sim/machine.h"
+
+namespace vmd::sim {
+
+namespace {
+
+const char* const kMountedDevices = "SYSTEM\\MountedDevices";
+constexpr std::uint64_t kPartitionOffset = 32256;
+
+char upperLetter(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
+
+bool mountsLetter(const std::string& mp, char letter) {
+  return mp.size() >= 2 && mp[1] == ':' && (mp.size() == 2 || (mp.size() == 3 && mp[2] == '\\')) &&
+         upperLetter(mp[0]) == letter;
+}
+
+std::string fileSystemName(std::uint8_t code) {
+  switch (code) {
+    case 2: return "NTFS";
+    case 18: return "FAT";
+    case 19: return "FAT32";
+    default: return "";
+  }
+}
+
+RegKey& mountedDevices(World& w) {
+  for (RegKey& k : w.registry)
+    if (sameNoCase(k.name, kMountedDevices)) return k;
+  w.registry.push_back({kMountedDevices, {}});
+  return w.registry.back();
+}
+
+ByteString mountedDeviceData(std::uint32_t signature) {
+  ByteString d(12, 0);
+  putLe32(d.data(), signature);
+  putLe64(d.data() + 4, kPartitionOffset);
+  return d;
+}
+
+}  // namespace
+
+Volume derivedVolume(const DiskFacts& disk) {
+  char guid[64];
+  std::snprintf(guid, sizeof guid, "%08x-%04x-4d52-8000-%012x", disk.signature, disk.index,
+                static_cast<unsigned>(disk.index));
+  Volume v;
+  v.name = std::string("\\\\?\\Volume{") + guid + "}\\";
+  v.interfacePath = std::string("\\\\?\\STORAGE#Volume#{") + guid + "}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}";
+  v.disk = disk.index;
+  const std::string fs = fileSystemName(disk.fileSystem);
+  if (!fs.empty()) v.props.fileSystem = fs;
+  v.props.label = toUtf8(std::wstring(disk.label.begin(), disk.label.end()));
+  v.props.serial = disk.serial;
+  v.props.bytesPerSector = 512;
+  v.props.sectorsPerCluster = disk.clusterBytes ? disk.clusterBytes / 512 : 8;
+  const std::uint64_t bytes = disk.directIo ? disk.size : (disk.size > kPartitionOffset ? disk.size - kPartitionOffset : 0);
+  v.props.totalBytes = bytes;
+  v.props.freeBytes = bytes - bytes / 64;  // the file system's own structures take a little
+  if (disk.directIo) {
+    v.devicePath = "\\\\.\\VelmoRdDevPort0Target" + std::to_string(disk.index);
+  } else {
+    v.extents = {{disk.diskNumber, kPartitionOffset, bytes}};
+  }
+  return v;
+}
+
+std::uint64_t SimHost::nowMs() { return m_.nowMs(); }
+
+bool SimHost::letterFree(char16_t letter) {
+  const char l = upperLetter(static_cast<char>(letter));
+  for (const Drive& d : m_.world.drives)
+    if (upperLetter(d.letter) == l) return false;
+  for (const Volume& v : m_.world.volumes)
+    if (v.disk)
+      for (const std::string& mp : v.mountPoints)
+        if (mountsLetter(mp, l)) return false;
+  return true;
+}
+
+void SimHost::diskArrived(const DiskFacts& disk) {
+  World& w = m_.world;
+  for (auto it = w.volumes.begin(); it != w.volumes.end();)
+    it = (it->disk && *it->disk == disk.index) ? w.volumes.erase(it) : it + 1;
+  Volume v = derivedVolume(disk);
+  char letter = 0;
+  if (disk.directIo) {
+    letter = static_cast<char>(disk.letter);  // the controller's own
+  } else if (w.host.autoMount) {
+    const ByteString data = mountedDeviceData(disk.signature);
+    for (const RegValue& r : mountedDevices(w).values) {
+      const std::string& n = r.name;
+      if (r.type == kRegBinary && r.data == data && n.size() == 14 && n.rfind("\\DosDevices\\", 0) == 0 && n[13] == ':' &&
+          letterFree(static_cast<char16_t>(upperLetter(n[12])))) {
+        letter = upperLetter(n[12]);
+        break;
+      }
+    }
+    for (char c = 'C'; !letter && c <= 'Z'; ++c)
+      if (letterFree(static_cast<char16_t>(c))) letter = c;
+    if (letter) {
+      // The mount-point manager remembers the letter for this disk.
+      RegKey& key = mountedDevices(w);
+      const std::string name = std::string("\\DosDevices\\") + letter + ":";
+      bool written = false;
+      for (RegValue& r : key.values)
+        if (sameNoCase(r.name, name)) {
+          r.type = kRegBinary;
+          r.data = data;
+          written = true;
+        }
+      if (!written) key.values.push_back({name, kRegBinary, data});
+    }
+  }
+  if (letter) v.mountPoints.push_back(std::string(1, letter) + ":\\");
+  w.volumes.push_back(v);
+}
+
+void SimHost::diskRemoved(std::uint8_t index) {
+  World& w = m_.world;
+  for (auto it = w.volumes.begin(); it != w.volumes.end();)
+    it = (it->disk && *it->disk == index) ? w.volumes.erase(it) : it + 1;
+}
+
+bool SimHost::diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t newLetter) {
+  for (Volume& v : m_.world.volumes) {
+    if (!v.disk || *v.disk != index) continue;
+    const char o = upperLetter(static_cast<char>(oldLetter));
+    for (auto it = v.mountPoints.begin(); it != v.mountPoints.end();)
+      it = (o && mountsLetter(*it, o)) ? v.mountPoints.erase(it) : it + 1;
+    if (newLetter) v.mountPoints.push_back(std::string(1, upperLetter(static_cast<char>(newLetter))) + ":\\");
+    return true;
+  }
+  return true;
+}
+
+std::optional<std::uint8_t> SimHost::dosDeviceOwner(char16_t letter) {
+  const char l = upperLetter(static_cast<char>(letter));
+  for (const Volume& v : m_.world.volumes)
+    if (v.disk)
+      for (const std::string& mp : v.mountPoints)
+        if (mountsLetter(mp, l)) return v.disk;
+  for (const Drive& d : m_.world.drives)
+    if (upperLetter(d.letter) == l && d.volume)
+      for (const Volume& v : m_.world.volumes)
+        if (sameNoCase(v.name, *d.volume)) return v.disk;
+  return std::nullopt;
+}
+
+std::uint32_t SimHost::writeFile(const std::u16string& path16, const RecordBytes& head, std::uint64_t size) {
+  const std::string path = toUtf8(std::wstring(path16.begin(), path16.end()));
+  for (FileEntry& f : m_.world.files) {
+    if (!sameNoCase(f.path, path)) continue;
+    if (f.directory || (f.attributes && (*f.attributes & 0x11))) return 5;
+    f.head = head;
+    f.size = size;
+    f.image.reset();
+    f.readFails = false;
+    return 0;
+  }
+  FileEntry f;
+  f.path = path;
+  f.head = head;
+  f.size = size;
+  m_.world.files.push_back(f);
+  return 0;
+}
+
+std::uint64_t SimHost::physicalMemoryMb() { return m_.world.host.totalPhys >> 20; }
+
+}  // namespace vmd::sim

@@ -1,0 +1,134 @@
+// The simulated Windows machine's state, typed: the host, its clock, the
+// controller, drives and volumes, the registry, files, fault rules and the
+// broadcasts of a run. JSON appears only when a state file is read or
+// written (sim/state_file.h).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/controller_state.h"
+
+namespace vmd::sim {
+
+using ByteString = std::vector<std::uint8_t>;
+
+struct HostState {
+  std::string os = "Windows 10 x64";
+  bool administrator = true;
+  bool instanceRunning = false;
+  bool frameworkFails = false;
+  bool comFails = false;
+  std::string windowsDirectory = "C:\\Windows";
+  std::uint64_t totalPhys = 17179869184ull;
+  std::uint64_t availPhys = 12884901888ull;
+  bool memoryFails = false;
+  bool autoMount = true;  // the mount-point manager mounts new volumes
+};
+
+struct ClockState {
+  std::uint64_t fileTime = 134072208000000000ull;  // UTC at the start, 100 ns since 1601
+  std::uint64_t elapsedMs = 0;                     // virtual milliseconds since
+};
+
+struct Extent {
+  std::uint32_t disk = 0;
+  std::uint64_t offset = 0, length = 0;
+};
+
+// Properties a drive may lay over the volume it shows.
+struct VolumeProps {
+  std::optional<std::string> fileSystem, label;
+  std::optional<std::uint32_t> serial, sectorsPerCluster, bytesPerSector, type;
+  std::optional<std::uint64_t> totalBytes, freeBytes, freeToCaller;
+  std::optional<bool> offline;
+};
+
+struct Volume {
+  std::string name;           // \\?\Volume{...}\ (with the backslash)
+  std::string interfacePath;  // as the volume interface class enumerates it
+  std::vector<std::string> mountPoints;  // "X:\" and folder mount points
+  VolumeProps props;
+  std::vector<Extent> extents;
+  bool present = true;
+  std::optional<std::string> devicePath;  // the device that holds it (a Direct-IO disk)
+  std::optional<std::uint8_t> disk;       // the controller's disk it lives on
+  std::uint32_t heldByOthers = 0;         // handles other processes hold on it
+  bool dismounted = false;                // until it is next opened
+};
+
+struct Drive {
+  char letter = 'C';
+  std::uint32_t type = 3;  // GetDriveTypeW's code; fixed
+  std::optional<std::string> volume;  // the GUID name of the volume it shows
+  VolumeProps overrides;
+  std::optional<std::uint32_t> rootAttributes;
+};
+
+inline constexpr std::uint32_t kRegDword = 4, kRegBinary = 3;
+
+struct RegValue {
+  std::string name;
+  std::uint32_t type = kRegDword;
+  ByteString data;
+};
+struct RegKey {
+  std::string name;  // under HKEY_LOCAL_MACHINE
+  std::vector<RegValue> values;  // in the order written
+};
+
+struct ImageDescription {
+  std::string format = "plain";  // plain, smart, compr
+  std::uint64_t diskSize = 0;
+  std::uint32_t level = 1;
+};
+
+struct FileEntry {
+  std::string path;
+  std::optional<std::uint64_t> size;
+  std::optional<std::uint32_t> attributes;
+  bool directory = false;
+  std::optional<ByteString> head;
+  std::optional<ImageDescription> image;
+  bool readFails = false;
+};
+
+struct WmiState {
+  bool fails = false;
+  std::vector<std::uint32_t> signatures;
+};
+
+struct FaultRule {
+  std::string api;
+  std::optional<std::uint32_t> code;
+  std::optional<std::string> path;
+  std::optional<std::uint32_t> nth;
+  std::uint32_t error = 31;
+};
+
+struct BroadcastLog {
+  std::uint32_t flags = 0, message = 0;
+  std::uint64_t wParam = 0;
+  ByteString record;
+};
+
+struct World {
+  HostState host;
+  ClockState clock;
+  ControllerState controller;
+  std::vector<Drive> drives;
+  std::vector<Volume> volumes;
+  std::vector<RegKey> registry;
+  std::vector<FileEntry> files;
+  WmiState wmi;
+  std::vector<FaultRule> faults;
+  std::vector<BroadcastLog> broadcasts;
+
+  // A Windows 10 x64 host with C: as its NTFS system drive, an administrator
+  // token, the controller present at version 5.7 build 0 and 16 GiB of memory.
+  static World standard();
+};
+
+}  // namespace vmd::sim
