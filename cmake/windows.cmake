@@ -84,3 +84,4 @@ if(EXISTS ${VMD_GTEST_SOURCE}/CMakeLists.txt)
                                                        VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
   target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core gtest gtest_main gmock)
 endif()
+include(${CMAKE_SOURCE_DIR}/cmake/test_driver.cmake)  # the Wine tier's test driver, tests only

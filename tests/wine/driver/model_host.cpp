@@ -1,0 +1,233 @@
+// The controller model of vmdctl-sim, hosted for the test driver inside
+// winedevice.exe. The machine state lives in the file that the service's
+// Parameters value "StateFile" names, in vmdctl-sim's schema: it is read
+// again whenever someone else has written it (a test setting the machine up)
+// and written after every request, so a test reads the controller's state
+// back after a run. Between a test's writes the machine stays loaded, so
+// fault rules with `nth` count across one program run as they do in the
+// simulator. A state that cannot be read fails every request with 31 and
+// leaves the reason in "<state file>.error".
+#define VMD_MODEL_HOST_BUILD
+#include "model_host.h"
+
+#include <windows.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "controller/codes.h"
+#include "sim/machine.h"
+#include "sim/sim_devices.h"
+
+namespace {
+
+using vmd::sim::ControllerFaults;
+using vmd::sim::DiskPhase;
+using vmd::sim::Machine;
+using vmd::sim::SimDisk;
+
+constexpr std::uint32_t kGenFailure = 31;
+constexpr std::uint32_t kFileNotFound = 2;
+constexpr std::uint32_t kInvalidFunction = 1;
+constexpr std::uint32_t kInsufficientBuffer = 122;
+constexpr std::uint64_t kPartitionOffset = 32256;
+
+struct Host {
+  std::mutex lock;
+  std::wstring parametersKey;  // under HKEY_LOCAL_MACHINE
+  std::string statePath;
+  std::unique_ptr<Machine> machine;
+  std::string lastWritten;  // the file's text as this host last wrote or read it
+  std::string problem;      // why the state could not be read
+};
+
+Host& host() {
+  static Host h;
+  return h;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return {};
+  std::stringstream buf;
+  buf << in.rdbuf();
+  return buf.str();
+}
+
+void writeFile(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+}
+
+std::string narrow(const std::wstring& w) {
+  const int n = WideCharToMultiByte(CP_UTF8, 0, w.c_str(), static_cast<int>(w.size()), nullptr, 0, nullptr, nullptr);
+  std::string s(static_cast<std::size_t>(n), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, w.c_str(), static_cast<int>(w.size()), s.data(), n, nullptr, nullptr);
+  return s;
+}
+
+std::string stateFilePath(Host& h) {
+  wchar_t buf[1024];
+  DWORD size = sizeof buf;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, h.parametersKey.c_str(), L"StateFile", RRF_RT_REG_SZ, nullptr, buf, &size) !=
+      ERROR_SUCCESS)
+    return {};
+  return narrow(buf);
+}
+
+// The machine as the state file has it now; nothing when it cannot be read.
+Machine* current(Host& h) {
+  const std::string path = stateFilePath(h);
+  if (path.empty()) {
+    h.problem = "no StateFile value under HKLM\\" + narrow(h.parametersKey);
+    h.machine.reset();
+    return nullptr;
+  }
+  const std::string text = readFile(path);
+  if (h.machine && path == h.statePath && text == h.lastWritten) return h.machine.get();
+  h.statePath = path;
+  h.lastWritten = text;
+  h.machine.reset();
+  try {
+    h.machine = std::make_unique<Machine>(Machine::load(path));
+    h.problem.clear();
+    DeleteFileA((path + ".error").c_str());
+  } catch (const std::exception& e) {
+    h.problem = e.what();
+    writeFile(path + ".error", h.problem + "\n");
+  }
+  return h.machine.get();
+}
+
+void save(Host& h) {
+  try {
+    h.machine->save(h.statePath);
+    h.lastWritten = readFile(h.statePath);
+  } catch (const std::exception& e) {
+    writeFile(h.statePath + ".error", std::string(e.what()) + "\n");
+  }
+}
+
+std::string controllerPath(const Machine& m) {
+  const auto& c = m.world.controller;
+  return c.interfaces.empty() ? c.interfacePath : c.interfaces.front();
+}
+
+const SimDisk* arrivedDisk(Machine& m, std::uint32_t index) {
+  const auto& c = m.world.controller;
+  const SimDisk* d = c.findDisk(index);
+  if (!c.present || !d || d->phase == DiskPhase::Arriving) return nullptr;
+  return d;
+}
+
+std::string diskPath(std::uint32_t index) { return "\\\\.\\VelmoRdDevPort0Target" + std::to_string(index); }
+
+// A disk's own device answers the partition query; the volume requests a
+// Direct-IO disk's device receives succeed, as nothing else holds it.
+std::uint32_t diskAnswer(const SimDisk& d, std::uint32_t code, std::uint8_t* out, std::uint32_t outSize,
+                         std::uint32_t& returned) {
+  switch (code) {
+    case vmd::ioctl::DiskGetPartitionInfo:
+      if (!out || outSize < 32) return kInsufficientBuffer;
+      std::memset(out, 0, 32);
+      vmd::sim::putLe64(out, kPartitionOffset);
+      vmd::sim::putLe64(out + 8, d.size > kPartitionOffset ? d.size - kPartitionOffset : 0);
+      vmd::sim::putLe32(out + 16, 63);
+      vmd::sim::putLe32(out + 20, 1);
+      out[24] = d.directIo ? 0x06 : 0x0C;
+      out[25] = 1;
+      out[26] = 1;
+      returned = 32;
+      return 0;
+    case vmd::ioctl::FsctlLockVolume:
+    case vmd::ioctl::FsctlUnlockVolume:
+    case vmd::ioctl::FsctlDismountVolume:
+      return 0;
+    default:
+      return kInvalidFunction;
+  }
+}
+
+}  // namespace
+
+extern "C" {
+
+void vmdModelInit(const uint16_t* registryPath, uint32_t chars) {
+  Host& h = host();
+  std::lock_guard<std::mutex> guard(h.lock);
+  std::wstring path(reinterpret_cast<const wchar_t*>(registryPath), chars);
+  const std::wstring machinePrefix = L"\\Registry\\Machine\\";
+  if (path.size() > machinePrefix.size() && _wcsnicmp(path.c_str(), machinePrefix.c_str(), machinePrefix.size()) == 0)
+    path = path.substr(machinePrefix.size());
+  h.parametersKey = path + L"\\Parameters";
+}
+
+uint32_t vmdModelControllerRequest(uint32_t code, void* buffer, uint32_t inSize, uint32_t outSize, uint32_t* returned) {
+  Host& h = host();
+  std::lock_guard<std::mutex> guard(h.lock);
+  *returned = 0;
+  Machine* m = current(h);
+  if (!m) return kGenFailure;
+  // Input and reply share the one buffer.
+  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
+  std::vector<std::uint8_t> in(bytes ? bytes : nullptr, bytes ? bytes + inSize : nullptr);
+  std::vector<std::uint8_t> out(outSize);
+  ControllerFaults controller(*m, m->controller());
+  const auto reply = controller.handle(code, inSize ? in.data() : nullptr, inSize, outSize ? out.data() : nullptr,
+                                       outSize);
+  const std::uint32_t n = reply.returned < outSize ? reply.returned : outSize;
+  if (n && buffer) std::memcpy(buffer, out.data(), n);
+  *returned = n;
+  save(h);
+  return reply.error;
+}
+
+uint32_t vmdModelDiskRequest(uint32_t disk, uint32_t code, void* buffer, uint32_t inSize, uint32_t outSize,
+                             uint32_t* returned) {
+  Host& h = host();
+  std::lock_guard<std::mutex> guard(h.lock);
+  *returned = 0;
+  Machine* m = current(h);
+  if (!m) return kGenFailure;
+  if (auto e = m->matchFault("DeviceIoControl", code, diskPath(disk))) return *e;
+  const SimDisk* d = arrivedDisk(*m, disk);
+  if (!d) return kFileNotFound;
+  return diskAnswer(*d, code, static_cast<std::uint8_t*>(buffer), outSize, *returned);
+}
+
+void vmdModelDevices(uint8_t* bitmap) {
+  Host& h = host();
+  std::lock_guard<std::mutex> guard(h.lock);
+  std::memset(bitmap, 0, 16);
+  Machine* m = current(h);
+  if (!m) return;
+  for (const SimDisk& d : m->world.controller.disks)
+    if (arrivedDisk(*m, d.index)) bitmap[d.index / 8] |= static_cast<std::uint8_t>(1u << (d.index % 8));
+}
+
+uint32_t vmdModelOpenController(void) {
+  Host& h = host();
+  std::lock_guard<std::mutex> guard(h.lock);
+  Machine* m = current(h);
+  if (!m) return kGenFailure;
+  if (!m->world.controller.present) return kFileNotFound;
+  if (auto e = m->matchFault("CreateFileW", 0, controllerPath(*m))) return *e;
+  return 0;
+}
+
+uint32_t vmdModelOpenDisk(uint32_t disk) {
+  Host& h = host();
+  std::lock_guard<std::mutex> guard(h.lock);
+  Machine* m = current(h);
+  if (!m) return kGenFailure;
+  if (auto e = m->matchFault("CreateFileW", 0, diskPath(disk))) return *e;
+  return arrivedDisk(*m, disk) ? 0 : kFileNotFound;
+}
+
+}  // extern "C"
