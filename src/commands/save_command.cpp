@@ -1,0 +1,221 @@
+// save <index> [-a <file> [-F <format>]] [-s]: has the controller write the
+// disk's contents to its own image file or, with -a, to another file in a
+// chosen format. The disk's volumes are flushed first; the controller does
+// the writing.
+#include "commands/save_command.h"
+
+#include <algorithm>
+
+#include "base/bytes.h"
+#include "base/decimal.h"
+#include "base/text_codec.h"
+#include "commands/commands.h"
+#include "controller/controller.h"
+#include "controller/inventory.h"
+#include "settings/disk_settings.h"
+#include "settings/image_file.h"
+#include "settings/settings_record.h"
+#include "settings/settings_validation.h"
+
+namespace vmd {
+
+namespace {
+
+using I = DiskSettingsRecord::Image;
+
+constexpr std::size_t kRequestHead = 16;
+constexpr std::int32_t kMaxLevel = 9;
+
+struct SaveOptions {
+  const wchar_t* saveAs = nullptr;
+  ImageFormatChoice choice;
+  bool silent = false;
+};
+
+SaveOptions parseSaveOptions(App& app, int argc, wchar_t** argv) {
+  static const LongOption kLong[] = {
+      {L"saveas", 1, nullptr, L'a'},
+      {L"format", 1, nullptr, L'F'},
+      {L"silent", 0, nullptr, L's'},
+      {nullptr, 0, nullptr, 0},
+  };
+  SaveOptions options;
+  OptionScanner& scan = app.options;
+  for (;;) {
+    const int c = scan.next(argc, argv, L"a:F:s", kLong);
+    if (c == -1) break;
+    if (c == L'a') options.saveAs = scan.optarg;
+    if (c == L'F') ApplyImageFormatWord(options.choice, scan.optarg ? scan.optarg : L"");
+    if (c == L's') options.silent = true;
+  }
+  scan.reportLeftovers(argc, argv);
+  return options;
+}
+
+// Opened for reading and writing so that FlushFileBuffers may write; a
+// volume that cannot be opened is not flushed.
+bool FlushVolume(DeviceIo& io, const std::wstring& volume) {
+  DeviceHandle h = DeviceHandle::open(io, volume, DeviceIo::GenericRead | DeviceIo::GenericWrite,
+                                      DeviceIo::ShareRead | DeviceIo::ShareWrite, 0);
+  return h.flush().ok;
+}
+
+}  // namespace
+
+void ApplyImageFormatWord(ImageFormatChoice& choice, const std::wstring& word) {
+  if (equalsNoCase(word, L"smart")) {
+    choice.format = imageformat::Smart;
+  } else if (word.size() >= 5 && equalsNoCase(word.substr(0, 5), L"compr")) {
+    if (word.size() == 5) {
+      choice.format = imageformat::Compr;
+      choice.level = 0;
+    } else if (word[5] == L'?') {
+      choice.format = imageformat::Compr;
+      choice.level = decimalToLong(word.c_str() + 6);
+    } else {
+      choice.format = imageformat::Plain;
+    }
+  } else {
+    choice.format = imageformat::Plain;
+  }
+}
+
+ImageFormatChoice ApplyFormatRule(ImageFormatChoice choice, bool smartCapable) {
+  // Deliberately one-sided: a SMART-capable disk never saves COMPR, and a
+  // disk that is not still saves COMPR.
+  if (smartCapable && choice.format == imageformat::Compr) choice.format = imageformat::Smart;
+  if (!smartCapable && choice.format == imageformat::Smart) choice.format = imageformat::Plain;
+  choice.level = choice.level >= 1 ? std::min(choice.level, kMaxLevel) : 1;
+  return choice;
+}
+
+Bytes BuildSaveImageRecord(const std::wstring* target, std::uint32_t imageFlags, std::uint8_t format,
+                           std::uint8_t level) {
+  std::wstring name;
+  std::size_t nameBytes = 0;
+  if (target) {
+    name = std::wstring(DiskSettingsRecord::PathPrefix) + *target;
+    nameBytes = 2 * (utf16Length(name) + 1);
+  }
+  Bytes record(target ? I::Path + nameBytes : I::FixedSize, 0);
+  put32(record, I::Size, I::FixedSize);
+  put32(record, I::Length, record.size());
+  put32(record, I::Flags, imageFlags);
+  put8(record, I::Format, format);
+  put8(record, I::Level, level);
+  if (target) {
+    put16(record, I::PathBytes, nameBytes);
+    putUtf16z(record.data() + I::Path, record.size() - I::Path, name);
+  }
+  return record;
+}
+
+Bytes BuildSaveImageRequest(std::uint8_t index, const Bytes& record) {
+  const auto head = diskRequestHead(index, kRequestHead, static_cast<std::uint32_t>(kRequestHead + record.size()));
+  Bytes request(head.begin(), head.end());
+  request.resize(kRequestHead, 0);
+  put32(request, 12, record.size());
+  request.insert(request.end(), record.begin(), record.end());
+  return request;
+}
+
+CommandResult saveCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
+  if (!checkSession(app)) return Failed;
+  if (argc < 1) return InvalidUse;
+  DiskInventory inventory(app);
+  DiskInfo info;
+  if (const CommandResult r = inventory.resolveDiskIndex(argv, info); r != Success) return r;
+  const int index = static_cast<int>(info.number);
+
+  const std::optional<DiskStatus> status = QueryDiskStatus(app.controller, info.number);
+  if (!status) {
+    app.io.errStr(strid::StatusFailed);
+    return Failed;
+  }
+  const ImageFileStatus image = ParseImageFileStatus(*status);
+  if (!image.noFilePart) {
+    app.io.err(L"Error: hybrid-disk/file-disk does not support the image file!\n");
+    return Failed;
+  }
+  const SaveOptions options = parseSaveOptions(app, argc - 1, argv + 1);
+
+  std::wstring saveAs;
+  if (options.saveAs) {
+    saveAs = options.saveAs;
+    if (image.delayLoad) {
+      app.io.err(L"Error: disk in delay load mode does not support 'Save As' request!\n");
+      return Failed;
+    }
+    if (!IsValidFilePath(saveAs, kMaxFilePath)) {
+      app.io.errStr(strid::FileInvalid, saveAs);
+      return Failed;
+    }
+    const std::uint32_t type = app.sys.volumes.driveType(saveAs.substr(0, 1) + L":\\");
+    if (type != drivetype::Removable && type != drivetype::Fixed) {
+      app.io.errStr(strid::FileInvalidVolume, saveAs);
+      return Failed;
+    }
+    if (equalsNoCase(saveAs, image.imagePath)) {
+      app.io.err(L"Error: the file you entered is same as the disk's associated image file!\nPlease enter another "
+                 L"file, or do not specify the option 'Save As'.\n");
+      return Failed;
+    }
+  } else {
+    if (image.imagePath.empty()) {
+      app.io.err(L"Error: disk #%d has no image file associated!\n", index);
+      return Failed;
+    }
+    if (image.loadOnly && !options.silent) {
+      app.io.out(L"The disk's associated image file has the load-only attribute. Are you sure to save the disk "
+                 L"contents to the associated image file?\n");
+      if (!app.io.confirm(L"Press 'Y' or 'y' to continue, any other key to cancel: ")) return Cancelled;
+    }
+  }
+
+  const ImageFormatChoice choice = ApplyFormatRule(options.choice, image.smartCapable);
+  Bytes record;
+  if (options.saveAs) {
+    record = BuildSaveImageRecord(&saveAs, 0, static_cast<std::uint8_t>(choice.format),
+                                  static_cast<std::uint8_t>(choice.level));
+  } else if (image.loadOnly && !image.delayLoad) {
+    // The controller has no save settings for a load-only image: it is told
+    // the file's own format.
+    std::uint32_t level = 0;
+    const int detected = DetectImageFormat(app.sys.files, image.imagePath, nullptr, &level);
+    if (detected == kImageFormatUnknown)
+      record = BuildSaveImageRecord(nullptr, imageflag::Accepted, static_cast<std::uint8_t>(choice.format),
+                                    static_cast<std::uint8_t>(choice.level));
+    else
+      record = BuildSaveImageRecord(nullptr, imageflag::Accepted, static_cast<std::uint8_t>(detected),
+                                    static_cast<std::uint8_t>(detected == static_cast<int>(imageformat::Compr)
+                                                                  ? level
+                                                                  : 0));
+  } else {
+    record = BuildSaveImageRecord(nullptr, 0, 0, 0);
+  }
+
+  const std::wstring& shownPath = options.saveAs ? saveAs : image.imagePath;
+  if (!options.silent) {
+    app.io.out(L"Are you sure to save disk (#%d) contents to image file '%s'?\n", index, shownPath);
+    if (!app.io.confirm(L"Press 'Y' or 'y' to continue, any other key to cancel: ")) return Cancelled;
+  }
+
+  for (const std::wstring& volume : inventory.diskVolumePaths(info.number, info.directIo))
+    FlushVolume(app.sys.io, volume);  // the result is not checked
+  if (!options.silent) app.io.out(L"Saving, please wait...\n");
+
+  const Bytes request = BuildSaveImageRequest(info.number, record);
+  const IoOutcome r =
+      app.controller.request(ioctl::SaveDiskImage, request.data(), static_cast<std::uint32_t>(request.size()),
+                             nullptr, 0);
+  if (!r.ok) {
+    app.io.err(L"Error: saving disk (#%d) contents to image file '%s' failed (0x%08x)!\n", index, shownPath,
+               r.error);
+    return Failed;
+  }
+  if (!options.silent)
+    app.io.err(L"Success: disk (#%d) contents have been saved to image file '%s'.\n", index, shownPath);
+  return Success;
+}
+
+}  // namespace vmd

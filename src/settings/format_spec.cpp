@@ -1,0 +1,77 @@
+#include "settings/format_spec.h"
+
+#include "base/bytes.h"
+#include "base/text_codec.h"
+#include "controller/codes.h"
+#include "settings/disk_settings.h"
+#include "settings/settings_record.h"
+
+namespace vmd {
+
+namespace {
+
+using F = DiskSettingsRecord::Format;
+
+constexpr std::uint32_t kAttrCompressed = 0x800;
+constexpr std::uint32_t kAttrNotContentIndexed = 0x2000;
+constexpr std::size_t kRequestHead = 16;
+
+std::uint8_t fileSystemCode(const std::wstring& name) {
+  if (equalsNoCase(name, L"NTFS")) return filesystem::Ntfs;
+  if (equalsNoCase(name, L"FAT32")) return filesystem::Fat32;
+  if (equalsNoCase(name, L"FAT")) return filesystem::Fat;
+  return kOtherFileSystem;
+}
+
+}  // namespace
+
+std::optional<Bytes> StoredFormatSpec(const Bytes& record) {
+  const DiskSettingsRecord::Section sec = DiskSettingsRecord::format(record);
+  if (!sec.present() || static_cast<std::size_t>(sec.offset) + sec.length > record.size()) return std::nullopt;
+  if (get8(record, sec.offset + F::FileSystem) == kOtherFileSystem) return std::nullopt;
+  const auto from = record.begin() + sec.offset;
+  return Bytes(from, from + sec.length);
+}
+
+std::optional<Bytes> BuildFormatSpecFromVolume(VolumeService& volumes, FileService& files, const std::wstring& root) {
+  const VolumeService::VolumeInfo info = volumes.volumeInformation(root);
+  if (!info.ok) return std::nullopt;
+  const std::size_t n = utf16Length(info.label);  // in UTF-16 code units
+  Bytes spec(F::FixedSize + 2 * n, 0);
+
+  const VolumeService::FreeSpace space = volumes.diskFreeSpace(root);
+  const std::uint32_t sectors = space.ok ? space.sectorsPerCluster : 0;
+  const std::uint32_t rootAttributes = files.attributes(root);
+  const bool temp = files.attributes(root + L"TEMP\\") != InvalidFileAttributes;
+
+  put32(spec, F::Size, F::FixedSize);
+  put32(spec, F::Length, spec.size());
+  put8(spec, F::ExtraMask, fsextra::AutoSerial);
+  const std::uint8_t fs = fileSystemCode(info.fileSystem);
+  put8(spec, F::FileSystem, fs);
+  put8(spec, F::ClusterSectors, sectors & 0xFF);
+  put32(spec, F::Serial, info.serial);
+  if (n != 0) {
+    put16(spec, F::LabelBytes, 2 * (n + 1));
+    putUtf16z(spec.data() + F::Label, spec.size() - F::Label, info.label);
+  }
+  std::uint8_t flags = temp ? fsflag::TempFolder : 0;
+  // A failed attribute read sets every bit; it must not pass for a flag.
+  if (fs == filesystem::Ntfs && rootAttributes != InvalidFileAttributes) {
+    if (rootAttributes & kAttrCompressed) flags |= fsflag::Compress;
+    if (rootAttributes & kAttrNotContentIndexed) flags |= fsflag::NoIndexing;
+  }
+  put8(spec, F::FsFlags, flags);
+  return spec;
+}
+
+Bytes BuildReinitializeRequest(std::uint8_t index, const Bytes& spec) {
+  const auto head = diskRequestHead(index, kRequestHead, static_cast<std::uint32_t>(kRequestHead + spec.size()));
+  Bytes request(head.begin(), head.end());
+  request.resize(kRequestHead, 0);
+  put32(request, 12, spec.size());
+  request.insert(request.end(), spec.begin(), spec.end());
+  return request;
+}
+
+}  // namespace vmd
