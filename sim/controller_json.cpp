@@ -39,59 +39,61 @@ std::optional<RecordBytes> statusOf(const json& disk) {
   return diskRecord(described);
 }
 
+struct ImField {
+  const char* name;
+  std::uint32_t ImState::*member;
+  bool letter;
+};
+// In the order of ImState's fields (and of its `stated` bits).
+const ImField kImFields[] = {
+    {"recordSize", &ImState::recordSize, false},
+    {"unitSize", &ImState::unitSize, false},
+    {"firstUnit", &ImState::firstUnit, false},
+    {"endUnit", &ImState::endUnit, false},
+    {"freeUnits", &ImState::freeUnits, false},
+    {"state", &ImState::state, false},
+    {"reserveInEffect", &ImState::reserveInEffect, false},
+    {"quotaInEffect", &ImState::quotaInEffect, false},
+    {"hiberDriveInEffect", &ImState::hiberDriveInEffect, true},
+    {"reserveConfigured", &ImState::reserveConfigured, false},
+    {"quotaConfigured", &ImState::quotaConfigured, false},
+    {"hiberDriveConfigured", &ImState::hiberDriveConfigured, true},
+    {"localState", &ImState::localState, false},
+    {"hiberInEffect", &ImState::hiberInEffect, false},
+    {"hiberConfigured", &ImState::hiberConfigured, false},
+};
+
+// The fields that have been stated; the others are as the manager starts.
+json writeIm(const ImState& im) {
+  json j = json::object();
+  if (!im.supported) j["supported"] = false;
+  for (std::size_t i = 0; i < std::size(kImFields); ++i)
+    if (im.stated & (1u << i)) {
+      const std::uint32_t v = im.*kImFields[i].member;
+      j[kImFields[i].name] = kImFields[i].letter ? letterJson(v) : json(v);
+    }
+  return j;
+}
+
 void readIm(const json& j, const std::string& where, ImState& im) {
   Fields f(j, where);
   im.supported = f.flag("supported", im.supported);
-  struct Field {
-    const char* name;
-    std::uint32_t ImState::*member;
-    bool letter;
-  };
-  const Field fields[] = {
-      {"recordSize", &ImState::recordSize, false},         {"unitSize", &ImState::unitSize, false},
-      {"firstUnit", &ImState::firstUnit, false},           {"endUnit", &ImState::endUnit, false},
-      {"freeUnits", &ImState::freeUnits, false},           {"state", &ImState::state, false},
-      {"reserveInEffect", &ImState::reserveInEffect, false}, {"quotaInEffect", &ImState::quotaInEffect, false},
-      {"hiberDriveInEffect", &ImState::hiberDriveInEffect, true},
-      {"reserveConfigured", &ImState::reserveConfigured, false},
-      {"quotaConfigured", &ImState::quotaConfigured, false},
-      {"hiberDriveConfigured", &ImState::hiberDriveConfigured, true},
-      {"localState", &ImState::localState, false},         {"hiberInEffect", &ImState::hiberInEffect, false},
-      {"hiberConfigured", &ImState::hiberConfigured, false}};
-  for (const Field& x : fields) {
+  for (std::size_t i = 0; i < std::size(kImFields); ++i) {
+    const ImField& x = kImFields[i];
     if (!f.has(x.name)) continue;
     const json& v = f.raw(x.name);
-    if (v.is_string() && !v.get<std::string>().empty() && !(v.get<std::string>()[0] >= '0' && v.get<std::string>()[0] <= '9')) {
+    im.stated |= 1u << i;
+    if (v.is_string() && v.get<std::string>().empty()) {
+      im.*x.member = 0;
+    } else if (v.is_string() && !(v.get<std::string>()[0] >= '0' && v.get<std::string>()[0] <= '9')) {
       // A drive letter as text.
       const std::wstring w = fromUtf8(v.get<std::string>());
-      im.*x.member = w.empty() ? 0 : static_cast<std::uint32_t>(w[0]);
-    } else if (v.is_string() && v.get<std::string>().empty()) {
-      im.*x.member = 0;
+      im.*x.member = static_cast<std::uint32_t>(w[0]);
     } else {
-      const std::uint64_t n = numberAt(v, f.place(x.name));
-      im.*x.member = static_cast<std::uint32_t>(n);
+      im.*x.member = static_cast<std::uint32_t>(numberAt(v, f.place(x.name)));
     }
   }
   f.done();
-}
-
-json writeIm(const ImState& im) {
-  return {{"supported", im.supported},
-          {"recordSize", im.recordSize},
-          {"unitSize", im.unitSize},
-          {"firstUnit", im.firstUnit},
-          {"endUnit", im.endUnit},
-          {"freeUnits", im.freeUnits},
-          {"state", im.state},
-          {"reserveInEffect", im.reserveInEffect},
-          {"quotaInEffect", im.quotaInEffect},
-          {"hiberDriveInEffect", letterJson(im.hiberDriveInEffect)},
-          {"reserveConfigured", im.reserveConfigured},
-          {"quotaConfigured", im.quotaConfigured},
-          {"hiberDriveConfigured", letterJson(im.hiberDriveConfigured)},
-          {"localState", im.localState},
-          {"hiberInEffect", im.hiberInEffect},
-          {"hiberConfigured", im.hiberConfigured}};
 }
 
 const char* const kRecordKeys[] = {"settings", "settingsRecord", "status", "statusRecord"};

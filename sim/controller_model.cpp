@@ -413,6 +413,8 @@ void ControllerModel::restart() {
   im.quotaInEffect = im.quotaConfigured;
   im.hiberDriveInEffect = im.hiberDriveConfigured;
   im.hiberInEffect = im.hiberConfigured;
+  im.stated |= ImState::kReserveInEffect | ImState::kQuotaInEffect | ImState::kHiberDriveInEffect |
+               ImState::kHiberInEffect;
 }
 
 ControllerModel::Reply ControllerModel::imRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out,
@@ -447,7 +449,11 @@ ControllerModel::Reply ControllerModel::imRequest(std::uint32_t code, In in, std
       im.quotaConfigured = units(get32(in + 8));
       im.hiberDriveConfigured = get32(in + 12);
       im.hiberConfigured = get32(in + 16);
+      im.stated |= ImState::kReserveConfigured | ImState::kQuotaConfigured | ImState::kHiberDriveConfigured |
+                   ImState::kHiberConfigured;
       if (!inUse) {
+        im.stated |= ImState::kReserveInEffect | ImState::kQuotaInEffect | ImState::kHiberDriveInEffect |
+                     ImState::kHiberInEffect;
         im.reserveInEffect = im.reserveConfigured;
         im.quotaInEffect = im.quotaConfigured;
         im.hiberDriveInEffect = im.hiberDriveConfigured;
@@ -457,9 +463,11 @@ ControllerModel::Reply ControllerModel::imRequest(std::uint32_t code, In in, std
     }
     case ioctl::EnableIm:
       im.localState = 1;
+      im.stated |= ImState::kLocalState;
       return {0, 0};
     case ioctl::DisableIm:
       im.localState = 0;
+      im.stated |= ImState::kLocalState;
       return {0, 0};
     default:
       return {0, syserr::InvalidFunction};

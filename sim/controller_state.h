@@ -26,6 +26,14 @@ struct ImState {
   std::uint32_t reserveInEffect = 0, quotaInEffect = 0, hiberDriveInEffect = 0;
   std::uint32_t reserveConfigured = 0, quotaConfigured = 0, hiberDriveConfigured = 0;
   std::uint32_t localState = 0, hiberInEffect = 0, hiberConfigured = 0;
+  // Which fields have been stated, by the state file or by a request (bits
+  // in the order above, from recordSize): the state file holds those alone.
+  std::uint32_t stated = 0;
+  enum Bit : std::uint32_t {
+    kReserveInEffect = 1u << 6, kQuotaInEffect = 1u << 7, kHiberDriveInEffect = 1u << 8,
+    kReserveConfigured = 1u << 9, kQuotaConfigured = 1u << 10, kHiberDriveConfigured = 1u << 11,
+    kLocalState = 1u << 12, kHiberInEffect = 1u << 13, kHiberConfigured = 1u << 14,
+  };
 };
 
 // Where a disk is in its life: on its way in (created, device not yet

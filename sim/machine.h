@@ -46,6 +46,9 @@ class SimHost : public HostHooks {
   std::uint32_t writeFile(const std::u16string& path, const RecordBytes& head, std::uint64_t size) override;
   std::uint64_t physicalMemoryMb() override;
 
+  // Gives a disk's new volume its letter as the mount-point manager does.
+  void assignLetter(Volume& v, const DiskFacts& disk);
+
  private:
   Machine& m_;
 };

@@ -89,6 +89,12 @@ void SimHost::diskArrived(const DiskFacts& disk) {
   for (auto it = w.volumes.begin(); it != w.volumes.end();)
     it = (it->disk && *it->disk == disk.index) ? w.volumes.erase(it) : it + 1;
   Volume v = derivedVolume(disk);
+  assignLetter(v, disk);
+  w.volumes.push_back(v);
+}
+
+void SimHost::assignLetter(Volume& v, const DiskFacts& disk) {
+  World& w = m_.world;
   char letter = 0;
   if (disk.directIo) {
     letter = static_cast<char>(disk.letter);  // the controller's own
@@ -119,7 +125,6 @@ void SimHost::diskArrived(const DiskFacts& disk) {
     }
   }
   if (letter) v.mountPoints.push_back(std::string(1, letter) + ":\\");
-  w.volumes.push_back(v);
 }
 
 void SimHost::diskRemoved(std::uint8_t index) {

@@ -148,7 +148,7 @@ json writeRegValue(const RegValue& r) {
   return {{"type", "REG_BINARY"}, {"data", toHex(r.data)}};
 }
 
-void checkLetters(const World& w) {
+void checkLetters(const World& w, const std::vector<std::string>& volumePlaces) {
   std::map<char, std::string> owner;  // letter -> who holds it
   for (std::size_t i = 0; i < w.drives.size(); ++i) {
     const char l = w.drives[i].letter;
@@ -166,7 +166,7 @@ void checkLetters(const World& w) {
       if (!l) continue;
       const std::string who = lowerAscii(w.volumes[i].name);
       if (owner.count(l) && owner[l] != who)
-        Fields::fail("volumes[" + std::to_string(i) + "].mountPoints",
+        Fields::fail(volumePlaces.at(i) + ".mountPoints",
                      std::string(1, l) + ": is the letter of another volume or drive");
       owner[l] = who;
     }
@@ -348,10 +348,15 @@ void StateFile::read(Machine& m, const json& state) {
   // Volumes: those of the controller's disks are derived from the disks, and
   // an entry naming its `disk` is laid over what the disk brings.
   std::vector<std::pair<const json*, std::string>> diskVolumes;
+  std::vector<std::string> volumePlaces(w.volumes.size(), "volumes");
   if (top.has("volumes")) {
     const json& list = top.raw("volumes");
     if (!list.is_array()) Fields::fail("volumes", "is not a list");
-    w.volumes.clear();
+    // Entries of disks' volumes alone leave the standard volumes in place.
+    bool own = false;
+    for (const json& v : list) own = own || !v.is_object() || !v.contains("disk");
+    if (own) w.volumes.clear();
+    volumePlaces.assign(w.volumes.size(), "volumes");
     for (std::size_t i = 0; i < list.size(); ++i) {
       const std::string at = "volumes[" + std::to_string(i) + "]";
       if (list[i].is_object() && list[i].contains("disk")) {
@@ -362,6 +367,7 @@ void StateFile::read(Machine& m, const json& state) {
       readVolume(list[i], at, v);
       if (v.name.empty()) Fields::fail(at + ".name", "a volume needs its name");
       w.volumes.push_back(v);
+      volumePlaces.push_back(at);
     }
   }
   for (const auto& [j, at] : diskVolumes) {
@@ -370,7 +376,9 @@ void StateFile::read(Machine& m, const json& state) {
     if (!d) Fields::fail(at + ".disk", std::to_string(index) + " is not a disk of the controller");
     Volume v = derivedVolume(diskFacts(*d));
     readVolume(*j, at, v);
+    if (!j->contains("mountPoints")) m.host().assignLetter(v, diskFacts(*d));
     w.volumes.push_back(v);
+    volumePlaces.push_back(at);
   }
   if (top.has("registry")) {
     const json& reg = top.raw("registry");
@@ -479,9 +487,12 @@ void StateFile::read(Machine& m, const json& state) {
     const auto src = m.diskSource_.find(d.index);
     const bool none = schema == 1 || (src != m.diskSource_.end() && src->second.contains("volume") &&
                                       src->second["volume"].is_boolean() && !src->second["volume"].get<bool>());
-    if (!described && !none) m.host().diskArrived(diskFacts(d));
+    if (!described && !none) {
+      m.host().diskArrived(diskFacts(d));
+      volumePlaces.push_back("controller.disks (disk " + std::to_string(d.index) + ")");
+    }
   }
-  checkLetters(w);
+  checkLetters(w, volumePlaces);
 }
 
 json StateFile::write(const Machine& m) {
