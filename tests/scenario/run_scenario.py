@@ -18,39 +18,109 @@ import sys
 import tempfile
 
 HEADERS = ("args", "stdin", "argv0", "timeout")
+RUN_MARK = "run:"
+# What a run may check; `stdin` is what it types.
+RUN_SECTIONS = ("stdin", "stdout", "stderr", "stdout-raw", "stderr-raw", "stdout-head", "stderr-head", "exit",
+                "state")
+HEX_DIGITS = set("0123456789abcdefABCDEF")
+
+
+class Run:
+    def __init__(self, args, label):
+        self.args = args
+        self.label = label
+        self.sections = {}
+
+
+def section_body(lines):
+    if lines and lines[-1] == "<<no newline>>":
+        return "".join(l + "\n" for l in lines[:-1])[:-1]
+    return "".join(l + "\n" for l in lines)
 
 
 def parse(path):
-    head, sections, current = {}, {}, None
+    """The headers, the `machine` text (or None) and the runs, in order."""
     with open(path, encoding="utf-8", newline="") as f:
         text = f.read()
-    for line in text.split("\n")[:-1] if text.endswith("\n") else text.split("\n"):
+    lines = text.split("\n")
+    if text.endswith("\n"):
+        lines = lines[:-1]
+
+    def fail(number, why):
+        raise SystemExit(f"{path}:{number}: {why}")
+
+    head, pre = {}, {}     # pre: the `machine` section, before any run
+    runs = []              # the `--- run:` blocks
+    loose = {}             # sections of a file without run blocks
+    target = None          # (dict, name) that the current lines go to
+    body = []
+
+    def close():
+        if target is not None:
+            target[0][target[1]] = section_body(body)
+
+    for number, line in enumerate(lines, 1):
         if line.startswith("--- "):
-            current = line[4:].strip()
-            if current in sections:
-                raise SystemExit(f"{path}: section '{current}' twice")
-            sections[current] = []
+            close()
+            body = []
+            name = line[4:].strip()
+            if name.startswith(RUN_MARK):
+                command = name[len(RUN_MARK):].strip()
+                if loose:
+                    fail(number, "a run block after sections that belong to no run")
+                runs.append(Run(shlex.split(command), f"run {len(runs) + 1} ({command})"))
+                target = None
+                continue
+            if name == "machine":
+                if runs:
+                    fail(number, "'machine' comes before the first run")
+                if "machine" in pre:
+                    fail(number, "section 'machine' twice")
+                target = (pre, "machine")
+                continue
+            owner = runs[-1].sections if runs else loose
+            if runs and name not in RUN_SECTIONS:
+                fail(number, f"unknown section '{name}' in a run")
+            if name in owner:
+                fail(number, f"section '{name}' twice" + (f" in {runs[-1].label}" if runs else ""))
+            target = (owner, name)
             continue
-        if current is None:
+        if target is None:
+            if runs:
+                if line.strip() and not line.startswith("#"):
+                    fail(number, f"text outside a section in {runs[-1].label}")
+                continue
             if not line.strip() or line.startswith("#"):
                 continue
             key, _, value = line.partition(":")
             if key.strip() not in HEADERS:
-                raise SystemExit(f"{path}: unknown header '{key}'")
+                fail(number, f"unknown header '{key}'")
             head[key.strip()] = value.strip()
             continue
-        sections[current].append(line)
-    out = {}
-    for name, lines in sections.items():
-        body = "".join(l + "\n" for l in lines)
-        if lines and lines[-1] == "<<no newline>>":
-            body = "".join(l + "\n" for l in lines[:-1])[:-1]
-        out[name] = body
-    return head, out
+        body.append(line)
+    close()
+
+    if runs:
+        for key in ("args", "stdin"):
+            if key in head:
+                raise SystemExit(f"{path}: header '{key}' with run blocks: each run says its own")
+    else:
+        # One run: the command line and the keys come from the headers.
+        run = Run(shlex.split(head.get("args", "")), "")
+        run.sections = loose
+        if "stdin" in head:
+            run.sections.setdefault("stdin", head["stdin"])
+        runs = [run]
+    return head, pre.get("machine"), runs
 
 
 def unescape(s):
     return s.encode("utf-8").decode("unicode_escape").encode("latin-1").decode("utf-8")
+
+
+def keys_of(run):
+    # The keys are one line of escapes; line breaks in a section are layout.
+    return unescape(run.sections.get("stdin", "").replace("\n", "")).encode("utf-8")
 
 
 def normalise(data):
@@ -62,7 +132,17 @@ def normalise(data):
     return text
 
 
-def subset_mismatch(expected, actual, where="state"):
+def is_byte_key(key):
+    return key in ("head", "record") or (key or "").endswith("Record")
+
+
+def same_hex(expected, actual):
+    """Byte strings: case and blanks do not matter, but only hex digits count."""
+    e = expected.replace(" ", "")
+    return all(c in HEX_DIGITS for c in e) and e.lower() == actual.replace(" ", "").lower()
+
+
+def subset_mismatch(expected, actual, where="state", key=None):
     """None when every key and element of `expected` is matched in `actual`."""
     if isinstance(expected, dict):
         if not isinstance(actual, dict):
@@ -74,7 +154,7 @@ def subset_mismatch(expected, actual, where="state"):
                 return f"{where}.{k}: missing"
             if v is None:
                 return f"{where}.{k}: expected to be absent, found {json.dumps(actual[k])}"
-            m = subset_mismatch(v, actual[k], f"{where}.{k}")
+            m = subset_mismatch(v, actual[k], f"{where}.{k}", k)
             if m:
                 return m
         return None
@@ -82,15 +162,16 @@ def subset_mismatch(expected, actual, where="state"):
         if not isinstance(actual, list) or len(actual) != len(expected):
             return f"{where}: expected {len(expected)} elements, found {json.dumps(actual)}"
         for i, (e, a) in enumerate(zip(expected, actual)):
-            m = subset_mismatch(e, a, f"{where}[{i}]")
+            m = subset_mismatch(e, a, f"{where}[{i}]", key)
             if m:
                 return m
         return None
-    if isinstance(expected, str) and isinstance(actual, str):
-        if expected.lower().replace(" ", "") == actual.lower().replace(" ", "") and all(
-            c in "0123456789abcdefABCDEF " for c in expected
-        ):
-            return None  # hex bytes: case and spacing do not matter
+    if isinstance(expected, str) and expected.startswith("hex:"):
+        if isinstance(actual, str) and same_hex(expected[4:], actual):
+            return None
+        return f"{where}: expected bytes {json.dumps(expected[4:])}, found {json.dumps(actual)}"
+    if is_byte_key(key) and isinstance(expected, str) and isinstance(actual, str) and same_hex(expected, actual):
+        return None
     if expected != actual:
         return f"{where}: expected {json.dumps(expected)}, found {json.dumps(actual)}"
     return None
@@ -105,6 +186,74 @@ def diff(name, expected, actual):
     )
 
 
+def show_partial(what, data):
+    text = normalise(data or b"")
+    if text:
+        sys.stdout.write(f"  {what} so far:\n" + "".join("    " + l + "\n" for l in text.splitlines()))
+    else:
+        sys.stdout.write(f"  {what} so far: nothing\n")
+
+
+class Finished:
+    def __init__(self, returncode, stdout, stderr):
+        self.returncode, self.stdout, self.stderr = returncode, stdout, stderr
+
+
+class TimedOut(Exception):
+    def __init__(self, stdout, stderr):
+        super().__init__("timed out")
+        self.stdout, self.stderr = stdout, stderr
+
+
+def run_child(cmd, keys, env, timeout):
+    """Runs cmd to its end. Output goes to files, not pipes: a process that the
+    child leaves behind (Wine starts some) cannot keep the run waiting."""
+    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+        p = subprocess.Popen(cmd, stdin=subprocess.PIPE, stdout=out, stderr=err, env=env)
+        try:
+            p.communicate(keys, timeout=timeout)
+        except subprocess.TimeoutExpired:
+            p.kill()
+            p.wait()
+            out.seek(0)
+            err.seek(0)
+            raise TimedOut(out.read(), err.read())
+        out.seek(0)
+        err.seek(0)
+        return Finished(p.returncode, out.read(), err.read())
+
+
+def check_output(run, p, state_path, real):
+    sec = run.sections
+    failures = []
+    for name, raw in (("stdout", p.stdout), ("stderr", p.stderr)):
+        if name in sec:
+            actual = normalise(raw)
+            if actual != sec[name]:
+                failures.append(diff(name, sec[name], actual))
+        raw_name = name + "-raw"
+        if raw_name in sec:
+            want = unescape(sec[raw_name].rstrip("\n")).encode("utf-8")
+            if want != raw:
+                failures.append(f"{raw_name}: expected {want!r}\n  found {raw!r}\n")
+        head_name = name + "-head"
+        if head_name in sec:
+            actual = normalise(raw)
+            if not actual.startswith(sec[head_name]):
+                failures.append(diff(head_name, sec[head_name], actual[: len(sec[head_name])]))
+    if "exit" in sec:
+        want = int(sec["exit"].strip())
+        if p.returncode != want:
+            failures.append(f"exit: expected {want}, found {p.returncode}\n")
+    if "state" in sec and not real:
+        with open(state_path) as f:
+            final = json.load(f)
+        m = subset_mismatch(json.loads(sec["state"]), final)
+        if m:
+            failures.append(m + "\n")
+    return failures
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--sim")
@@ -112,76 +261,58 @@ def main():
     ap.add_argument("--wine")
     ap.add_argument("case")
     a = ap.parse_args()
-    head, sec = parse(a.case)
-    args = shlex.split(head.get("args", ""))
-    stdin = unescape(head.get("stdin", "")).encode("utf-8")
+    head, machine_text, runs = parse(a.case)
+    timeout = float(head.get("timeout", "30" if a.wine else "60"))
     env = dict(os.environ)
+    if a.wine:
+        env.update(WINEPREFIX=a.wine, WINEDEBUG="-all")
+    many = len(runs) > 1
     with tempfile.TemporaryDirectory() as tmp:
         state_path = os.path.join(tmp, "machine.json")
-        if "machine" in sec:
-            machine = json.loads(sec["machine"] or "{}")
+        if machine_text is not None:
             with open(state_path, "w") as f:
-                json.dump(machine, f)
-        if a.real:
-            cmd = [a.real] + args
-        else:
-            st = state_path if not a.wine else "Z:" + state_path.replace("/", "\\")
-            argv0 = head.get("argv0", "vmdctl")
-            cmd = [a.sim, "--sim-state", st, "--sim-argv0", argv0] + args
-            if "machine" not in sec:
-                cmd.insert(1, "--sim-reset")
-        if a.wine:
-            env.update(WINEPREFIX=a.wine, WINEDEBUG="-all")
-            cmd = ["wine"] + cmd
-        p = None
-        # Under Wine a start now and then hangs in Wine itself; one more try
-        # tells that apart from the program hanging, which it does every time.
-        for attempt in range(2 if a.wine else 1):
-            if "machine" in sec:
-                with open(state_path, "w") as f:
-                    json.dump(machine, f)
-            try:
-                p = subprocess.run(cmd, input=stdin, capture_output=True, env=env,
-                                   timeout=float(head.get("timeout", "30" if a.wine else "60")))
-                break
-            except subprocess.TimeoutExpired:
-                print(f"{a.case}: timed out (try {attempt + 1})")
-        if p is None:
-            print(f"FAIL {a.case}: timed out")
-            return 1
-        failures = []
-        for name, raw in (("stdout", p.stdout), ("stderr", p.stderr)):
-            if name in sec:
-                actual = normalise(raw)
-                if actual != sec[name]:
-                    failures.append(diff(name, sec[name], actual))
-            raw_name = name + "-raw"
-            if raw_name in sec:
-                want = unescape(sec[raw_name].rstrip("\n")).encode("utf-8")
-                if want != raw:
-                    failures.append(f"{raw_name}: expected {want!r}\n  found {raw!r}\n")
-            head_name = name + "-head"
-            if head_name in sec:
-                actual = normalise(raw)
-                if not actual.startswith(sec[head_name]):
-                    failures.append(diff(head_name, sec[head_name], actual[: len(sec[head_name])]))
-        if "exit" in sec:
-            want = int(sec["exit"].strip())
-            if p.returncode != want:
-                failures.append(f"exit: expected {want}, found {p.returncode}\n")
-        if "state" in sec and not a.real:
-            with open(state_path) as f:
-                final = json.load(f)
-            m = subset_mismatch(json.loads(sec["state"]), final)
-            if m:
-                failures.append(m + "\n")
-        if failures:
-            print(f"FAIL {a.case}")
-            for f in failures:
-                sys.stdout.write(f)
-            if p.returncode not in (0, 2, 3, 4) and p.stderr:
-                sys.stdout.write("stderr was:\n" + normalise(p.stderr))
-            return 1
+                json.dump(json.loads(machine_text or "{}"), f)
+        for number, run in enumerate(runs):
+            if a.real:
+                cmd = [a.real] + run.args
+            else:
+                st = state_path if not a.wine else "Z:" + state_path.replace("/", "\\")
+                cmd = [a.sim, "--sim-state", st, "--sim-argv0", head.get("argv0", "vmdctl")] + run.args
+                if machine_text is None and number == 0:
+                    cmd.insert(1, "--sim-reset")
+            if a.wine:
+                cmd = ["wine"] + cmd
+            # The machine as this run found it, for a second try.
+            before = None
+            if os.path.exists(state_path):
+                with open(state_path, "rb") as f:
+                    before = f.read()
+            p = None
+            # Under Wine a start now and then hangs in Wine itself; one more try
+            # tells that apart from the program hanging, which it does every time.
+            for attempt in range(2 if a.wine else 1):
+                if before is not None:
+                    with open(state_path, "wb") as f:
+                        f.write(before)
+                try:
+                    p = run_child(cmd, keys_of(run), env, timeout)
+                    break
+                except TimedOut as e:
+                    where = f" {run.label}" if many else ""
+                    print(f"{a.case}{where}: timed out after {timeout:g} s (try {attempt + 1})")
+                    show_partial("stdout", e.stdout)
+                    show_partial("stderr", e.stderr)
+            if p is None:
+                print(f"FAIL {a.case}: timed out")
+                return 1
+            failures = check_output(run, p, state_path, a.real)
+            if failures:
+                print(f"FAIL {a.case}" + (f" in {run.label}" if many else ""))
+                for f in failures:
+                    sys.stdout.write(f)
+                if p.returncode not in (0, 2, 3, 4) and p.stderr:
+                    sys.stdout.write("stderr was:\n" + normalise(p.stderr))
+                return 1
     print(f"ok {a.case}")
     return 0
 

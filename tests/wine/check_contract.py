@@ -1,21 +1,26 @@
 #!/usr/bin/env python3
 """Runs vmdctl-contract.exe, the Win32 services checked against Wine.
 
-  check_contract.py WIN-BUILD-DIR GENERATED-DIR
+  check_contract.py WIN-BUILD-DIR GENERATED-DIR [NAME-PART]
 
 The Wine prefix is the test run's own (the folder beside GENERATED-DIR
 named wineprefix, or $VMDCTL_WINEPREFIX); it is created when missing.
+make_prefix.sh gives it drive T:, a folder of the prefix, for the volume
+checks.
 """
 import os
 import subprocess
 import sys
+import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+def text(data):
+    return (data or b"").decode("utf-8", errors="replace").replace("\r\n", "\n")
 
 
 def main():
-    if len(sys.argv) != 3:
-        sys.exit("usage: check_contract.py WIN-BUILD-DIR GENERATED-DIR")
+    if len(sys.argv) not in (3, 4):
+        sys.exit("usage: check_contract.py WIN-BUILD-DIR GENERATED-DIR [NAME-PART]")
     build_dir, generated = sys.argv[1], sys.argv[2]
     exe = os.path.join(build_dir, "vmdctl-contract.exe")
     if not os.path.isfile(exe):
@@ -25,19 +30,31 @@ def main():
         os.path.dirname(os.path.abspath(generated)), "wineprefix")
     subprocess.run([os.path.join(HERE, "make_prefix.sh"), prefix], check=True)
     env = dict(os.environ, WINEPREFIX=prefix, WINEDEBUG="-all")
-    try:
-        p = subprocess.run(["wine", exe], env=env, stdin=subprocess.DEVNULL, capture_output=True, timeout=240)
-    except subprocess.TimeoutExpired as e:
-        # What the program had written names the check it hung in.
-        sys.stdout.write((e.stdout or b"").decode("utf-8", errors="replace").replace("\r\n", "\n"))
-        sys.stdout.write((e.stderr or b"").decode("utf-8", errors="replace"))
+    if os.path.isdir(os.path.join(prefix, "dosdevices", "t:")):
+        env["VMDCTL_CONTRACT_DRIVE"] = "T"
+    # Output goes to files, not pipes: a process that Wine leaves behind
+    # cannot keep this script waiting once the program has ended.
+    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+        p = subprocess.Popen(["wine", exe] + sys.argv[3:], env=env, stdin=subprocess.DEVNULL, stdout=out,
+                             stderr=err)
+        try:
+            code = p.wait(timeout=240)
+        except subprocess.TimeoutExpired:
+            p.kill()
+            p.wait()
+            code = None
+        out.seek(0)
+        err.seek(0)
+        # On a time-out what the program had written names the check it hung in.
+        sys.stdout.write(text(out.read()))
+        if code != 0:
+            sys.stdout.write(text(err.read()))
+    if code is None:
         print("FAIL: vmdctl-contract.exe timed out")
         return 1
-    sys.stdout.write(p.stdout.decode("utf-8", errors="replace").replace("\r\n", "\n"))
-    if p.returncode != 0:
-        sys.stdout.write(p.stderr.decode("utf-8", errors="replace"))
-        print(f"FAIL: exit code {p.returncode}")
-    return 0 if p.returncode == 0 else 1
+    if code != 0:
+        print(f"FAIL: exit code {code}")
+    return 0 if code == 0 else 1
 
 
 if __name__ == "__main__":

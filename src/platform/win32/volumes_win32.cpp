@@ -80,8 +80,10 @@ class Win32Volumes : public VolumeService {
     return status(::DeleteVolumeMountPointW(mountPoint.c_str()));
   }
 
+  // No label goes down as the empty one: Windows treats the two alike (the
+  // label's length is 0 either way), and Wine's SetVolumeLabelW faults on null.
   SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override {
-    return status(::SetVolumeLabelW(root.c_str(), label ? label->c_str() : nullptr));
+    return status(::SetVolumeLabelW(root.c_str(), label ? label->c_str() : L""));
   }
 };
 
