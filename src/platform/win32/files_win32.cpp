@@ -43,17 +43,18 @@ class Win32Files : public FileService {
   }
 
   std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override {
-    const HANDLE file =
-        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return ERROR_OPEN_FAILED;
+    FileHandle file(
+        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return ERROR_OPEN_FAILED;
     bool written = true;
     for (std::size_t done = 0; written && done < data.size();) {
       const DWORD want = static_cast<DWORD>(std::min<std::size_t>(kChunk, data.size() - done));
       DWORD wrote = 0;
-      written = ::WriteFile(file, data.data() + done, want, &wrote, nullptr) && wrote == want;
+      written = ::WriteFile(file.get(), data.data() + done, want, &wrote, nullptr) && wrote == want;
       done += wrote;
     }
-    const bool closed = ::CloseHandle(file) != FALSE;
+    // Closed by hand: a failed close (the last data not written) is a write fault.
+    const bool closed = ::CloseHandle(file.release()) != FALSE;
     return written && closed ? 0 : ERROR_WRITE_FAULT;
   }
 

@@ -18,11 +18,14 @@ class Win32Process : public ProcessEnvironment {
     return ::GetModuleHandleW(nullptr) != nullptr && ::GetCommandLineW() != nullptr;
   }
 
-  // The handle is kept until the process ends: owning the mutex is the guard.
+  // The handle is kept as long as this service, which is until the program
+  // ends: owning the mutex is the guard.
   MutexResult createInstanceMutex(const std::wstring& name) override {
-    const HANDLE mutex = ::CreateMutexW(nullptr, TRUE, name.c_str());
+    KernelHandle mutex(::CreateMutexW(nullptr, TRUE, name.c_str()));
     const DWORD error = ::GetLastError();
-    return {mutex != nullptr, error};
+    const bool created = mutex.valid();
+    if (created) mutexes_.push_back(std::move(mutex));
+    return {created, error};
   }
 
   // Membership alone counts: a group present only for deny still matches.
@@ -47,6 +50,9 @@ class Win32Process : public ProcessEnvironment {
 
   std::int32_t comInitialize() override { return static_cast<std::int32_t>(::CoInitialize(nullptr)); }
   void comUninitialize() override { ::CoUninitialize(); }
+
+ private:
+  std::vector<KernelHandle> mutexes_;
 };
 
 }  // namespace
