@@ -85,3 +85,21 @@ if(EXISTS ${VMD_GTEST_SOURCE}/CMakeLists.txt)
   target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core gtest gtest_main gmock)
 endif()
 include(${CMAKE_SOURCE_DIR}/cmake/test_driver.cmake)  # the Wine tier's test driver, tests only
+
+# --- vddinfo.exe, the descriptor reader: its own version information and
+# manifest, and the string table for the words of the settings report.
+file(WRITE ${RES_DIR}/vddinfo_all.rc.in "#include \"strings.rc\"\n#include \"vddinfo.rc\"\n")
+configure_file(${RES_DIR}/vddinfo_all.rc.in ${RES_DIR}/vddinfo_all.rc COPYONLY)
+set(VDDINFO_SRC ${CMAKE_SOURCE_DIR}/src/descriptor)
+add_custom_command(
+  OUTPUT ${RES_DIR}/vddinfo_res.o
+  COMMAND ${CMAKE_RC_COMPILER} -I ${RES_DIR} -I ${GEN_DIR} -I ${VDDINFO_SRC} --input-format=rc -O coff
+          -i ${RES_DIR}/vddinfo_all.rc -o ${RES_DIR}/vddinfo_res.o
+  DEPENDS ${RES_DIR}/vddinfo_all.rc ${GEN_DIR}/strings.rc ${VDDINFO_SRC}/vddinfo.rc ${VDDINFO_SRC}/vddinfo.manifest
+  COMMENT "Compiling the resources of vddinfo")
+set_source_files_properties(${RES_DIR}/vddinfo_res.o PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+add_executable(vddinfo ${VDDINFO_SRC}/main_win32.cpp ${RES_DIR}/vddinfo_res.o)
+target_compile_options(vddinfo PRIVATE -municode)
+target_link_options(vddinfo PRIVATE -municode)
+add_dependencies(vddinfo vmdctl_resources)
+target_link_libraries(vddinfo PRIVATE vddinfo_lib vmdctl_win32 vmdctl_core)

@@ -23,6 +23,7 @@ RANKS = {
     "volume": 5,
     "commands": 6,
     "shell": 7,
+    "descriptor": 7,
 }
 SIM_MAY_INCLUDE = ("base/", "platform/platform.h", "platform/host.h", "controller/codes.h", "sim/")
 ENTRY_POINTS = {"src/shell/main_win32.cpp", "sim/main.cpp"}
