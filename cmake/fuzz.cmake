@@ -39,6 +39,7 @@ function(vmd_add_fuzz_target name source)
 endfunction()
 
 vmd_add_fuzz_target(settings_record ${CMAKE_SOURCE_DIR}/tests/fuzz/settings_record_fuzz.cpp)
+vmd_add_fuzz_target(descriptor ${CMAKE_SOURCE_DIR}/tests/fuzz/descriptor_fuzz.cpp)
 # Options and validation run on the simulated machine, built here with the
 # same instrumentation.
 vmd_add_fuzz_target(disk_options ${CMAKE_SOURCE_DIR}/tests/fuzz/disk_options_fuzz.cpp)
