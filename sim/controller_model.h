@@ -60,7 +60,9 @@ class ControllerModel {
 
   struct Reply {
     std::uint32_t returned;
-    std::uint32_t error;  // 0: the request succeeded
+    std::uint32_t error;  // 0: the request succeeded, unless `failed`
+    bool failed = false;  // failed whatever the error, even 0 (an injected fault)
+    bool ok() const { return error == 0 && !failed; }
   };
   // One request: code, input bytes, output buffer of outSize bytes. Due
   // events run first.

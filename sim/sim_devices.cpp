@@ -37,7 +37,7 @@ ControllerModel::Reply ControllerFaults::handle(std::uint32_t code, const std::u
   m_.tick();
   const ControllerState& c = m_.world.controller;
   const std::string path = c.interfaces.empty() ? c.interfacePath : c.interfaces.front();
-  if (auto e = m_.matchFault("DeviceIoControl", code, path)) return {0, *e};
+  if (auto e = m_.matchFault("DeviceIoControl", code, path)) return {0, *e, true};
   return model_.handle(code, in, inSize, out, outSize);
 }
 
@@ -118,7 +118,7 @@ DeviceIo::ControlResult SimDeviceIo::control(Handle h, std::uint32_t code, const
   if (it->second.kind == Kind::Controller) {
     m_.count("api", "DeviceIoControl");
     const ControllerModel::Reply r = controller_.handle(code, bin, inSize, bout, outSize);
-    return {r.error == 0, r.returned, r.error};
+    return {r.ok(), r.returned, r.error};
   }
   if (auto e = m_.fault("DeviceIoControl", code, it->second.path)) return {false, 0, *e};
   switch (it->second.kind) {

@@ -280,7 +280,7 @@ void SimClock::sleep(std::uint32_t milliseconds) {
 
 std::int32_t SimBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) {
   if (m_.fault("BroadcastSystemMessageW")) return -1;
-  m_.world.broadcasts.push_back({flags, message, wParam, record});
+  m_.world.broadcasts.push_back(BroadcastLog::of(flags, message, wParam, record));
   return 1;
 }
 

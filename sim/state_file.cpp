@@ -267,6 +267,18 @@ void Fields::done() const {
       fail(place(it.key().c_str()), "unknown key");
 }
 
+BroadcastLog BroadcastLog::of(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, ByteString record) {
+  BroadcastLog b{flags, message, wParam, std::move(record), {}, {}};
+  if (wParam == 0x8000) b.event = "DBT_DEVICEARRIVAL";
+  if (wParam == 0x8004) b.event = "DBT_DEVICEREMOVECOMPLETE";
+  if (b.record.size() >= 16) {
+    const std::uint32_t mask = le32(b.record.data() + 12);
+    for (int i = 0; i < 26; ++i)
+      if (mask & (1u << i)) b.letter += static_cast<char>('A' + i);
+  }
+  return b;
+}
+
 World World::standard() {
   World w;
   Volume c;
@@ -287,6 +299,7 @@ World World::standard() {
   d.letter = 'C';
   d.volume = c.name;
   w.drives.push_back(d);
+  w.registry.push_back({"SYSTEM\\MountedDevices", {}});
   return w;
 }
 
@@ -383,7 +396,7 @@ void StateFile::read(Machine& m, const json& state) {
   if (top.has("registry")) {
     const json& reg = top.raw("registry");
     if (!reg.is_object()) Fields::fail("registry", "is not an object");
-    w.registry.clear();
+    // Keys given replace the standard machine's keys of the same name.
     for (auto k = reg.begin(); k != reg.end(); ++k) {
       const std::string at = "registry." + k.key();
       if (!k.value().is_object()) Fields::fail(at, "is not an object");
@@ -391,7 +404,13 @@ void StateFile::read(Machine& m, const json& state) {
       key.name = k.key();
       for (auto v = k.value().begin(); v != k.value().end(); ++v)
         key.values.push_back(readRegValue(v.key(), v.value(), at + "." + v.key()));
-      w.registry.push_back(key);
+      bool replaced = false;
+      for (RegKey& old : w.registry)
+        if (sameNoCase(old.name, key.name)) {
+          old = key;
+          replaced = true;
+        }
+      if (!replaced) w.registry.push_back(key);
     }
   }
   if (top.has("files")) {
@@ -472,7 +491,7 @@ void StateFile::read(Machine& m, const json& state) {
       f.text("event", "");
       f.text("letter", "");
       f.done();
-      w.broadcasts.push_back(b);
+      w.broadcasts.push_back(BroadcastLog::of(b.flags, b.message, b.wParam, b.record));
     }
   }
   if (top.has("stats")) top.raw("stats");  // a run's own counters; the next run starts afresh
@@ -567,16 +586,8 @@ json StateFile::write(const Machine& m) {
               {"message", hex32(b.message)},
               {"wParam", hex32(static_cast<std::uint32_t>(b.wParam))},
               {"record", toHex(b.record)}};
-    // Readable: the event, and the letter of the unit mask.
-    if (b.wParam == 0x8000) j["event"] = "DBT_DEVICEARRIVAL";
-    if (b.wParam == 0x8004) j["event"] = "DBT_DEVICEREMOVECOMPLETE";
-    if (b.record.size() >= 16) {
-      const std::uint32_t mask = le32(b.record.data() + 12);
-      std::string letters;
-      for (int i = 0; i < 26; ++i)
-        if (mask & (1u << i)) letters += static_cast<char>('A' + i);
-      j["letter"] = letters;
-    }
+    if (!b.event.empty()) j["event"] = b.event;
+    if (b.record.size() >= 16) j["letter"] = b.letter;
     broadcasts.push_back(j);
   }
   s["broadcasts"] = broadcasts;

@@ -112,6 +112,11 @@ struct BroadcastLog {
   std::uint32_t flags = 0, message = 0;
   std::uint64_t wParam = 0;
   ByteString record;
+  // Readably: "DBT_DEVICEARRIVAL" or "DBT_DEVICEREMOVECOMPLETE" (else empty),
+  // and the letters of the record's unit mask.
+  std::string event, letter;
+
+  static BroadcastLog of(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, ByteString record);
 };
 
 struct World {
