@@ -26,3 +26,12 @@ add_custom_command(
   DEPENDS ${VMD_DRIVER_DIR}/controller_driver.c ${VMD_DRIVER_DIR}/model_host.h vmdmodel
   COMMENT "Building the test controller driver")
 add_custom_target(vmdtestctl ALL DEPENDS ${VMD_DRIVER_SYS})
+
+# Drive letters on Unix folders for the scenarios, through Wine's mount manager.
+add_custom_command(
+  OUTPUT ${CMAKE_BINARY_DIR}/define_drive.exe
+  COMMAND ${VMD_MINGW_PREFIX}-gcc -O2 -Wall -o ${CMAKE_BINARY_DIR}/define_drive.exe ${VMD_DRIVER_DIR}/define_drive.c
+  DEPENDS ${VMD_DRIVER_DIR}/define_drive.c
+  COMMENT "Building define_drive.exe")
+add_custom_target(vmdtestctl_tools ALL DEPENDS ${CMAKE_BINARY_DIR}/define_drive.exe)
+add_dependencies(vmdtestctl vmdtestctl_tools)

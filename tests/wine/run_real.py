@@ -4,16 +4,21 @@ controller driver (tests/wine/driver) answering its control requests from the
 simulator's controller model, and checks standard output, standard error, the
 exit code and the controller's resulting state.
 
-  run_real.py --prefix PREFIX --exe vmdctl.exe --state STATE-FILE case.scn
+  run_real.py --prefix PREFIX --build WINDOWS-BUILD --state STATE-FILE case.scn
 
-The prefix has the driver installed (tests/wine/driver/install.sh); STATE-FILE
-is the file its Parameters key names. The scenario format is that of
+WINDOWS-BUILD holds vmdctl.exe and define_drive.exe; the prefix has the
+driver installed (tests/wine/driver/install.sh); STATE-FILE is the file its
+Parameters key names. The scenario format is that of
 tests/scenario (README there), with lines that arrange the prefix for this
 tier, written as comments so the simulator's runner reads past them:
 
-  #! drive X        drive X: is a folder of its own for the run (a letter
-                    the program may give a Direct-IO disk, or whose root it reads)
+  #! drive X        drive X: is a fixed drive on a folder of its own for the
+                    run (a letter the program gives a Direct-IO disk, or
+                    whose root it reads), known to Wine's mount manager
   #! file X:\\a\\b   that file exists (empty) in such a drive's folder
+  #! expect-file X:\\a\\b SIZE [HEX]
+                    after the runs that file has SIZE bytes, beginning with
+                    the bytes HEX
 
 `state` is matched as a subset of the state file the driver's model wrote;
 `stats` and `broadcasts` count the program's own system calls, which only the
@@ -23,7 +28,6 @@ import argparse
 import json
 import os
 import shutil
-import subprocess
 import sys
 import tempfile
 
@@ -47,35 +51,59 @@ def directives(path):
 class Prefix:
     """Drive letters on folders of their own, made for one run and taken away after."""
 
-    def __init__(self, prefix):
+    def __init__(self, prefix, define_drive, env):
         self.dosdevices = os.path.join(prefix, "dosdevices")
-        self.links = []
+        self.define_drive = define_drive
+        self.env = env
         self.folders = {}
+
+    def _define(self, *args):
+        p = scenario.run_child(["wine", self.define_drive] + list(args), b"", self.env, 30)
+        if p.returncode != 0:
+            raise SystemExit(scenario.normalise(p.stderr) or f"define_drive.exe {' '.join(args)} failed")
 
     def drive(self, letter):
         letter = letter.rstrip(":").lower()
-        link = os.path.join(self.dosdevices, letter + ":")
-        if os.path.lexists(link):
+        if os.path.lexists(os.path.join(self.dosdevices, letter + ":")):
             raise SystemExit(f"drive {letter.upper()}: is already defined in the prefix")
         folder = tempfile.mkdtemp(prefix=f"vmd-drive-{letter}-")
-        os.symlink(folder, link)
-        self.links.append(link)
         self.folders[letter] = folder
-        return folder
+        self._define(letter, folder)
 
-    def file(self, winpath):
+    def unix_path(self, winpath):
         letter, rest = winpath[0].lower(), winpath[2:].lstrip("\\")
         if letter not in self.folders:
             raise SystemExit(f"file {winpath}: drive {letter.upper()}: is not one of the scenario's drives")
-        path = os.path.join(self.folders[letter], *rest.split("\\"))
+        return os.path.join(self.folders[letter], *rest.split("\\"))
+
+    def file(self, winpath):
+        path = self.unix_path(winpath)
         os.makedirs(os.path.dirname(path), exist_ok=True)
         open(path, "wb").close()
 
+    def file_mismatch(self, spec):
+        """None when the file `X:\\path SIZE [HEX]` is there as described."""
+        parts = spec.split()
+        winpath, size = parts[0], int(parts[1])
+        path = self.unix_path(winpath)
+        if not os.path.isfile(path):
+            return f"{winpath}: no such file"
+        with open(path, "rb") as f:
+            data = f.read()
+        if len(data) != size:
+            return f"{winpath}: {len(data)} bytes, expected {size}"
+        if len(parts) > 2 and not data.hex().startswith(parts[2].lower()):
+            return f"{winpath}: begins {data[:len(parts[2]) // 2].hex()}, expected {parts[2].lower()}"
+        return None
+
     def clear(self):
-        for link in self.links:
-            if os.path.islink(link):
-                os.unlink(link)
-        for folder in self.folders.values():
+        for letter, folder in self.folders.items():
+            try:
+                self._define(letter)
+            except (SystemExit, scenario.TimedOut):
+                link = os.path.join(self.dosdevices, letter + ":")
+                if os.path.islink(link):
+                    os.unlink(link)
             shutil.rmtree(folder, ignore_errors=True)
 
 
@@ -90,8 +118,8 @@ def run_once(cmd, keys, env, timeout, label):
     # Wine itself now and then hangs at a start; the program hangs every time.
     for attempt in range(2):
         try:
-            return subprocess.run(cmd, input=keys, capture_output=True, env=env, timeout=timeout)
-        except subprocess.TimeoutExpired as e:
+            return scenario.run_child(cmd, keys, env, timeout)
+        except scenario.TimedOut as e:
             print(f"{label}: timed out after {timeout:g} s (try {attempt + 1})")
             scenario.show_partial("stdout", e.stdout)
             scenario.show_partial("stderr", e.stderr)
@@ -101,22 +129,26 @@ def run_once(cmd, keys, env, timeout, label):
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--prefix", required=True)
-    ap.add_argument("--exe", required=True)
+    ap.add_argument("--build", required=True)
     ap.add_argument("--state", required=True)
     ap.add_argument("case")
     a = ap.parse_args()
     head, machine_text, runs = scenario.parse(a.case)
     timeout = float(head.get("timeout", "30"))
     env = dict(os.environ, WINEPREFIX=a.prefix, WINEDEBUG="-all")
-    prefix = Prefix(a.prefix)
+    exe = os.path.join(a.build, "vmdctl.exe")
+    prefix = Prefix(a.prefix, os.path.join(a.build, "define_drive.exe"), env)
     error_file = a.state + ".error"
     many = len(runs) > 1
+    expected_files = []
     try:
         for word, rest in directives(a.case):
             if word == "drive":
                 prefix.drive(rest)
             elif word == "file":
                 prefix.file(rest)
+            elif word == "expect-file":
+                expected_files.append(rest)
             else:
                 raise SystemExit(f"{a.case}: unknown arrangement '#! {word}'")
         with open(a.state, "w") as f:
@@ -125,7 +157,7 @@ def main():
             os.unlink(error_file)
         for run in runs:
             where = f" in {run.label}" if many else ""
-            p = run_once(["wine", a.exe] + run.args, scenario.keys_of(run), env, timeout, a.case + where)
+            p = run_once(["wine", exe] + run.args, scenario.keys_of(run), env, timeout, a.case + where)
             if p is None:
                 print(f"FAIL {a.case}{where}: timed out")
                 return 1
@@ -145,6 +177,11 @@ def main():
                     sys.stdout.write(f)
                 if p.returncode not in (0, 2, 3, 4) and p.stderr:
                     sys.stdout.write("stderr was:\n" + scenario.normalise(p.stderr))
+                return 1
+        for spec in expected_files:
+            m = prefix.file_mismatch(spec)
+            if m:
+                print(f"FAIL {a.case}\n{m}")
                 return 1
     finally:
         prefix.clear()

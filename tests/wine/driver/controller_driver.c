@@ -101,9 +101,14 @@ static void syncDiskDevices(void) {
   }
 }
 
+/* Wine hands the caller its handle before the create request is answered,
+   so a refused open cannot fail CreateFileW: the handle remembers the error
+   and every request on it fails with it. */
 static NTSTATUS onCreate(PDEVICE_OBJECT device, PIRP irp) {
   DeviceExtension* ext = (DeviceExtension*)device->DeviceExtension;
+  PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
   ULONG error = ext->isDisk ? vmdModelOpenDisk(ext->disk) : vmdModelOpenController();
+  if (stack->FileObject) stack->FileObject->FsContext2 = (PVOID)(ULONG_PTR)error;
   return complete(irp, statusOf(error), 0);
 }
 
@@ -123,6 +128,8 @@ static NTSTATUS onControl(PDEVICE_OBJECT device, PIRP irp) {
     inSize = stack->Parameters.DeviceIoControl.InputBufferLength;
     outSize = stack->Parameters.DeviceIoControl.OutputBufferLength;
   }
+  if (stack->FileObject && stack->FileObject->FsContext2)
+    return complete(irp, statusOf((ULONG)(ULONG_PTR)stack->FileObject->FsContext2), 0);
   if (ext->isDisk) {
     error = vmdModelDiskRequest(ext->disk, code, irp->AssociatedIrp.SystemBuffer, inSize, outSize, &returned);
   } else {

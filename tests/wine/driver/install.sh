@@ -1,10 +1,11 @@
 #!/bin/sh
 # Installs the test controller driver into a Wine prefix:
 #   install.sh PREFIX-DIR BUILD-DIR STATE-FILE
-# BUILD-DIR holds vmdtestctl.sys and vmdmodel.dll (the Windows build);
-# STATE-FILE is the machine state the driver's model reads and writes.
-# Creates the prefix if needed. A second call with the same files does
-# nothing; with new files it copies them and starts Wine again.
+# BUILD-DIR holds vmdtestctl.sys, vmdmodel.dll and vmdctl.exe (the Windows
+# build); STATE-FILE is the machine state the driver's model reads and
+# writes. Creates the prefix if needed. A second call with the same files
+# only makes sure the driver runs; with new files it copies them and starts
+# Wine again. Ends when `vmdctl.exe ver` reaches the driver.
 set -eu
 if [ $# -ne 3 ]; then
   echo "usage: $0 PREFIX-DIR BUILD-DIR STATE-FILE" >&2
@@ -25,8 +26,36 @@ bounded() { timeout -k 5 60 "$@"; }
 sys32="$prefix/drive_c/windows/system32"
 marker="$prefix/.vmdtestctl-installed"
 same() { cmp -s "$1" "$2"; }
+# The driver starts with Wine's services, a moment after the server: wait
+# until the program finds it and gets the controller's version.
+wait_for_driver() {
+  echo '{}' > "$state"
+  tries=0
+  # Output to a file: processes Wine starts on the way keep a pipe open.
+  out="$prefix/vmdtestctl-probe.txt"
+  while :; do
+    if bounded wine "$build/vmdctl.exe" ver >"$out" 2>&1 </dev/null; then
+      return 0
+    fi
+    tries=$((tries + 1))
+    if [ $tries -ge 20 ]; then
+      echo "install.sh: the test controller driver does not answer; vmdctl.exe ver printed:" >&2
+      cat "$out" >&2
+      [ -f "$state.error" ] && cat "$state.error" >&2
+      exit 1
+    fi
+    sleep 2
+  done
+}
+for f in vmdtestctl.sys vmdmodel.dll vmdctl.exe; do
+  if [ ! -f "$build/$f" ]; then
+    echo "install.sh: $build/$f is missing; build the Windows targets vmdtestctl and vmdctl" >&2
+    exit 1
+  fi
+done
 if [ -f "$marker" ] && same "$build/vmdtestctl.sys" "$sys32/drivers/vmdtestctl.sys" &&
    same "$build/vmdmodel.dll" "$sys32/vmdmodel.dll"; then
+  wait_for_driver
   exit 0
 fi
 fresh=yes
@@ -44,6 +73,7 @@ if [ $fresh = no ]; then
   bounded wineserver -w 2>/dev/null || true
   "$here/../make_prefix.sh" "$prefix"
   touch "$marker"
+  wait_for_driver
   exit 0
 fi
 
@@ -68,3 +98,4 @@ bounded wine sc create $service type= kernel start= demand error= normal \
   binPath= 'C:\windows\system32\drivers\vmdtestctl.sys' >/dev/null 2>&1 || true
 bounded wine sc start $service >/dev/null 2>&1 || true
 touch "$marker"
+wait_for_driver

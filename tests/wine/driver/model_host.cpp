@@ -7,13 +7,20 @@
 // fault rules with `nth` count across one program run as they do in the
 // simulator. A state that cannot be read fails every request with 31 and
 // leaves the reason in "<state file>.error".
+//
+// A Direct-IO disk that has arrived with a letter gets a drive at that
+// letter from Wine's mount manager, on the folder "drives\<letter>" beside
+// the state file, and loses it when it leaves: so the program finds the
+// controller-assigned letter's volume as it would on Windows.
 #define VMD_MODEL_HOST_BUILD
 #include "model_host.h"
 
 #include <windows.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <set>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -126,6 +133,91 @@ const SimDisk* arrivedDisk(Machine& m, std::uint32_t index) {
   return d;
 }
 
+// Wine's mount manager request that puts a drive letter on a Unix folder
+// (no folder: takes the letter away); its input record.
+constexpr DWORD kDefineUnixDrive = CTL_CODE(0x6D, 32, METHOD_BUFFERED, FILE_READ_ACCESS | FILE_WRITE_ACCESS);
+struct UnixDrive {
+  ULONG size;
+  ULONG type;
+  ULONG fsType;
+  DWORD serial;
+  ULONGLONG unixDevice;
+  WCHAR letter;
+  USHORT mountPointOffset;
+  USHORT deviceOffset;
+  USHORT labelOffset;
+};
+
+bool defineDrive(char letter, const std::string& unixFolder) {
+  std::vector<char> buffer(sizeof(UnixDrive) + unixFolder.size() + 1, 0);
+  auto* drive = reinterpret_cast<UnixDrive*>(buffer.data());
+  drive->letter = static_cast<WCHAR>(letter | 0x20);
+  drive->type = DRIVE_FIXED;
+  if (!unixFolder.empty()) {
+    drive->mountPointOffset = sizeof(UnixDrive);
+    std::memcpy(buffer.data() + sizeof(UnixDrive), unixFolder.c_str(), unixFolder.size());
+  } else {
+    buffer.resize(sizeof(UnixDrive));
+  }
+  drive->size = static_cast<ULONG>(buffer.size());
+  HANDLE manager = CreateFileW(L"\\\\.\\MountPointManager", GENERIC_READ | GENERIC_WRITE,
+                               FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+  if (manager == INVALID_HANDLE_VALUE) return false;
+  DWORD returned = 0;
+  const BOOL ok = DeviceIoControl(manager, kDefineUnixDrive, buffer.data(), static_cast<DWORD>(buffer.size()), nullptr,
+                                  0, &returned, nullptr);
+  CloseHandle(manager);
+  return ok != 0;
+}
+
+// The drives folder beside the state file, as a Windows and a Unix path
+// (Wine's Z: is the Unix root).
+std::string drivesFolder(const std::string& statePath) {
+  const std::size_t slash = statePath.find_last_of('\\');
+  return (slash == std::string::npos ? std::string(".") : statePath.substr(0, slash)) + "\\drives";
+}
+
+std::string unixPath(const std::string& windowsPath) {
+  std::string p = windowsPath.size() > 2 && (windowsPath[0] | 0x20) == 'z' && windowsPath[1] == ':' ? windowsPath.substr(2)
+                                                                                                  : windowsPath;
+  for (char& c : p)
+    if (c == '\\') c = '/';
+  return p;
+}
+
+// Gives every arrived Direct-IO disk with a letter its drive, and takes the
+// drives of this folder from every other letter.
+void syncDrives(Machine& m, const std::string& statePath) {
+  const std::string folder = drivesFolder(statePath);
+  std::set<char> wanted, present;
+  for (const SimDisk& d : m.world.controller.disks) {
+    const char16_t l = d.letter;
+    if (d.directIo && d.phase != DiskPhase::Arriving && m.world.controller.present &&
+        ((l >= u'A' && l <= u'Z') || (l >= u'a' && l <= u'z')))
+      wanted.insert(static_cast<char>(l & ~0x20));
+  }
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.size() == 1 && name[0] >= 'A' && name[0] <= 'Z') present.insert(name[0]);
+  }
+  for (char l : present) {
+    if (wanted.count(l)) continue;
+    defineDrive(l, "");
+    // The mount manager leaves the letter's link in the object namespace,
+    // where GetLogicalDrives still finds it.
+    const wchar_t name[3] = {static_cast<wchar_t>(l), L':', 0};
+    DefineDosDeviceW(DDD_REMOVE_DEFINITION, name, nullptr);
+    std::filesystem::remove_all(folder + "\\" + std::string(1, l), ec);
+  }
+  for (char l : wanted) {
+    if (present.count(l)) continue;
+    const std::string own = folder + "\\" + std::string(1, l);
+    std::filesystem::create_directories(own, ec);
+    defineDrive(l, unixPath(own));
+  }
+}
+
 std::string diskPath(std::uint32_t index) { return "\\\\.\\VelmoRdDevPort0Target" + std::to_string(index); }
 
 // A disk's own device answers the partition query; the volume requests a
@@ -185,6 +277,7 @@ uint32_t vmdModelControllerRequest(uint32_t code, void* buffer, uint32_t inSize,
   if (n && buffer) std::memcpy(buffer, out.data(), n);
   *returned = n;
   save(h);
+  syncDrives(*m, h.statePath);
   return reply.error;
 }
 
