@@ -60,3 +60,27 @@ if(VMDCTL_WIN_BUILD_DIR)
     set_tests_properties(wine.${name} PROPERTIES FIXTURES_REQUIRED wineprefix)
   endforeach()
 endif()
+
+# --- The real vmdctl.exe against the test controller driver (tests/wine/driver):
+# a prefix of its own with the driver installed once per run, and the
+# scenarios of tests/wine/real one at a time (one driver, one state file).
+if(VMDCTL_WIN_BUILD_DIR)
+  set(DRIVER_PREFIX ${CMAKE_BINARY_DIR}/wineprefix-driver)
+  set(DRIVER_STATE ${CMAKE_BINARY_DIR}/wine-driver/state.json)
+  add_test(NAME wine.driver.install
+           COMMAND ${CMAKE_SOURCE_DIR}/tests/wine/driver/install.sh ${DRIVER_PREFIX} ${VMDCTL_WIN_BUILD_DIR} ${DRIVER_STATE})
+  set_tests_properties(wine.driver.install PROPERTIES FIXTURES_SETUP winedriver TIMEOUT 180)
+  add_test(NAME wine.driver.stop COMMAND sh -c "WINEPREFIX='${DRIVER_PREFIX}' timeout 60 wineserver -k 2>/dev/null; exit 0")
+  set_tests_properties(wine.driver.stop PROPERTIES FIXTURES_CLEANUP winedriver)
+  file(GLOB_RECURSE DRIVER_CASES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/wine/real/*.scn)
+  foreach(scn ${DRIVER_CASES})
+    file(RELATIVE_PATH rel ${CMAKE_SOURCE_DIR}/tests/wine/real ${scn})
+    string(REGEX REPLACE "\\.scn$" "" name ${rel})
+    string(REPLACE "/" "." name ${name})
+    add_test(NAME wine.driver.${name}
+             COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/wine/run_real.py --prefix ${DRIVER_PREFIX}
+                     --build ${VMDCTL_WIN_BUILD_DIR} --state ${DRIVER_STATE} ${scn})
+    set_tests_properties(wine.driver.${name} PROPERTIES FIXTURES_REQUIRED winedriver RESOURCE_LOCK winedriver
+                         TIMEOUT 120)
+  endforeach()
+endif()
