@@ -7,7 +7,7 @@ tools/install-deps.sh
 jobs="${JOBS:-2}"
 
 cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdctl_unit_tests
+cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdctl_unit_tests vmdtestctl
 
 # The Linux side is built with clang so that the fuzz targets (libFuzzer)
 # build in the same tree and run as tests beside the others.
