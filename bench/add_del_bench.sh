@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# Times a whole `add -s` then `del -s` cycle of vmdctl-sim on a machine with
+# 127 disks (one index left free), whole processes, and prints the median
+# wall time in ms beside the virtual time the cycle spent waiting (the
+# simulator's waits cost no real time).
+#
+#   bench/add_del_bench.sh [path/to/vmdctl-sim] [runs]
+#
+# Not a test: the figure depends on the machine it runs on.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+# Default: the optimised simulator that tools/test.sh or tools/try.sh built.
+sim=${1:-}
+if [ -z "$sim" ]; then
+  for candidate in "$here/../build/test/vmdctl-sim" "$here/../build/linux/vmdctl-sim"; do
+    if [ -x "$candidate" ]; then sim=$candidate; break; fi
+  done
+fi
+runs=${2:-20}
+[ -n "$sim" ] && [ -x "$sim" ] || { echo "no simulator at $sim (give its path as the first argument)" >&2; exit 1; }
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+base=$work/base.json
+state=$work/machine.json
+
+# 127 disks of 64 MB on indexes 1 to 127, each with its volume; the new disk takes index 0.
+python3 - "$base" <<'PY'
+import json, sys
+disks = [{"index": i, "size": 64 << 20, "settings": {"volumeLabel": "D%d" % i}} for i in range(1, 128)]
+volumes = [{"disk": i} for i in range(1, 128) if i <= 20]
+json.dump({"controller": {"disks": disks, "memoryLimitMb": 1 << 20}, "volumes": volumes}, open(sys.argv[1], "w"))
+PY
+
+elapsed() { python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["clock"]["elapsedMs"])' "$1"; }
+
+# One cycle to check that it works.
+cp "$base" "$state"
+"$sim" --sim-state "$state" add -n 256 -s
+"$sim" --sim-state "$state" ls | grep -q '^#0 ' || { echo "add did not create disk 0" >&2; exit 1; }
+
+"$sim" --sim-state "$state" del 0 -s
+cp "$base" "$state"
+"$sim" --sim-state "$state" add -n 256 -s
+added=$(elapsed "$state")
+"$sim" --sim-state "$state" del 0 -s
+deleted=$(elapsed "$state")
+
+times=()
+for ((i = 0; i < runs; i++)); do
+  cp "$base" "$state"
+  start=${EPOCHREALTIME/[.,]/}
+  "$sim" --sim-state "$state" add -n 256 -s >/dev/null
+  "$sim" --sim-state "$state" del 0 -s
+  end=${EPOCHREALTIME/[.,]/}
+  times+=($((10#$end - 10#$start)))
+done
+printf '%s\n' "${times[@]}" | sort -n | awk -v runs="$runs" -v add="$added" -v del="$((deleted - added))" '
+  { t[NR] = $1 }
+  END {
+    m = (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2
+    printf "add -s then del -s, 127 disks: median %.1f ms real over %d runs (min %.1f, max %.1f); virtual time waited: add %d ms, del %d ms\n", m / 1000, runs, t[1] / 1000, t[NR] / 1000, add, del
+  }'
