@@ -129,6 +129,8 @@ ControllerModel::Reply ControllerModel::handle(std::uint32_t code, const std::ui
     case ioctl::CreateDisk:
     case ioctl::RemoveDisk:
     case ioctl::ChangeDiskLetter:
+    case ioctl::ChangeDiskSettings:
+    case ioctl::ApplyImageSettings:
       r = lifecycleRequest(code, in, inSize, out, outSize);
       break;
     case ioctl::QueryImStatus:
@@ -343,6 +345,32 @@ ControllerModel::Reply ControllerModel::lifecycleRequest(std::uint32_t code, In 
         (*d->settings)[27] = 0;
         put32(d->settings->data() + 8, recordChecksum(*d->settings));
       }
+      return {0, 0};
+    }
+    case ioctl::ChangeDiskSettings: {
+      // The new record names its disk by its index; the controller keeps it
+      // at once, and what a running disk cannot take waits for a restart.
+      if (!in) return {0, syserr::InvalidParameter};
+      RecordBytes record(in, in + inSize);
+      if (!checkRecord(record).empty()) return {0, syserr::InvalidParameter};
+      SimDisk* d = c_.findDisk(record[24]);
+      if (!d) return {0, syserr::FileNotFound};
+      d->settings = record;
+      d->pendingSettings = std::move(record);
+      return {0, 0};
+    }
+    case ioctl::ApplyImageSettings: {
+      // {16, total, address, sub-record length} and the image sub-record.
+      if (!in || inSize < 16 + 40 || get32(in) != 16 || get32(in + 4) != inSize || get32(in + 12) != inSize - 16)
+        return {0, syserr::InvalidParameter};
+      if (in[8] != 0 || in[9] != 0 || in[11] != 0 || in[10] >= 128) return {0, syserr::InvalidParameter};
+      const std::uint8_t* sub = in + 16;
+      const std::uint32_t subLen = inSize - 16;
+      if (get32(sub) != 40 || get32(sub + 4) != subLen) return {0, syserr::InvalidParameter};
+      SimDisk* d = c_.findDisk(in[10]);
+      if (!d) return {0, syserr::FileNotFound};
+      // Image settings in effect now: an image file is associated when the sub-record names one.
+      d->image = subLen > 40 && (sub[36] | (sub[37] << 8)) != 0;
       return {0, 0};
     }
     default:

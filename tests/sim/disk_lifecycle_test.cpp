@@ -203,3 +203,29 @@ TEST(SimDiskLifecycle, RestartCompletesARemovalThatNeverFinished) {
 
 }  // namespace
 }  // namespace vmd::sim
+
+namespace vmd::sim {
+namespace {
+
+using test::Rig;
+
+TEST(SimDiskSettingsChange, NewSettingsAreReadBackAtOnceAndTheSizeChangesAtTheRestart) {
+  Rig rig({{"controller", {{"disks", {{{"index", 1}, {"size", 134217728}}}}}}});
+  const auto record = buildRecord({{"index", 1}, {"sizeMb", 256}, {"volumeLabel", "LATER"}});
+  ASSERT_TRUE(rig.controller(ioctl::ChangeDiskSettings, record, 0).ok);
+  const auto read = rig.controller(ioctl::ReadDiskSettingsRecord, Rig::head(1), 4096);
+  ASSERT_TRUE(read.ok);
+  EXPECT_EQ(std::vector<std::uint8_t>(read.out.begin() + 12, read.out.end()), record);
+  EXPECT_EQ(le32(rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32).out.data() + 16), 128u << 20);
+  rig.machine.restart();
+  EXPECT_EQ(le32(rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32).out.data() + 16), 256u << 20);
+  EXPECT_EQ(rig.volumeOf(1)->props.label, "LATER");
+}
+
+TEST(SimDiskSettingsChange, SettingsOfADiskThatDoesNotExistFailWith2) {
+  Rig rig;
+  EXPECT_EQ(rig.controller(ioctl::ChangeDiskSettings, buildRecord({{"index", 9}}), 0).error, 2u);
+}
+
+}  // namespace
+}  // namespace vmd::sim
