@@ -81,9 +81,9 @@ class Prefix:
         os.makedirs(os.path.dirname(path), exist_ok=True)
         open(path, "wb").close()
 
-    def file_mismatch(self, spec):
+    def file_mismatch(self, described):
         """None when the file `X:\\path SIZE [HEX]` is there as described."""
-        parts = spec.split()
+        parts = described.split()
         winpath, size = parts[0], int(parts[1])
         path = self.unix_path(winpath)
         if not os.path.isfile(path):
@@ -178,8 +178,8 @@ def main():
                 if p.returncode not in (0, 2, 3, 4) and p.stderr:
                     sys.stdout.write("stderr was:\n" + scenario.normalise(p.stderr))
                 return 1
-        for spec in expected_files:
-            m = prefix.file_mismatch(spec)
+        for described in expected_files:
+            m = prefix.file_mismatch(described)
             if m:
                 print(f"FAIL {a.case}\n{m}")
                 return 1

@@ -54,5 +54,11 @@ int main(int argc, char** argv) {
     return 1;
   }
   CloseHandle(manager);
+  /* The mount manager leaves a removed letter's link in the object
+     namespace, where GetLogicalDrives still finds it. */
+  if (!folder) {
+    WCHAR name[3] = {(WCHAR)(argv[1][0] & ~0x20), L':', 0};
+    DefineDosDeviceW(DDD_REMOVE_DEFINITION, name, NULL);
+  }
   return 0;
 }
