@@ -44,13 +44,16 @@ if(VMDCTL_WIN_BUILD_DIR)
     add_test(NAME wine.real.${name}
              COMMAND ${Python3_EXECUTABLE} ${SCENARIO_RUNNER} --wine ${WINE_PREFIX}
                      --real ${VMDCTL_WIN_BUILD_DIR}/vmdctl.exe ${scn})
-    set_tests_properties(wine.real.${name} PROPERTIES FIXTURES_REQUIRED wineprefix)
+    # One instance at a time, as on Windows: a second vmdctl.exe started
+    # while one runs in the same Wine session finds its mutex and refuses.
+    set_tests_properties(wine.real.${name} PROPERTIES FIXTURES_REQUIRED wineprefix RESOURCE_LOCK vmdctl_instance)
   endforeach()
   if(EXISTS ${VMDCTL_WIN_BUILD_DIR}/vmdctl_unit_tests.exe)
     add_test(NAME wine.unit_tests
              COMMAND env WINEPREFIX=${WINE_PREFIX} WINEDEBUG=-all
                      wine ${VMDCTL_WIN_BUILD_DIR}/vmdctl_unit_tests.exe --gtest_brief=1)
-    set_tests_properties(wine.unit_tests PROPERTIES FIXTURES_REQUIRED wineprefix TIMEOUT 600)
+    set_tests_properties(wine.unit_tests PROPERTIES FIXTURES_REQUIRED wineprefix TIMEOUT 600
+                                                    RESOURCE_LOCK vmdctl_instance)
   endif()
   file(GLOB WINE_CHECKS CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/wine/check_*.py)
   foreach(chk ${WINE_CHECKS})
