@@ -30,15 +30,14 @@ same() { cmp -s "$1" "$2"; }
 # until the program finds it and gets the controller's version.
 wait_for_driver() {
   echo '{}' > "$state"
-  tries=0
   # Output to a file: processes Wine starts on the way keep a pipe open.
   out="$prefix/vmdtestctl-probe.txt"
+  deadline=$(($(date +%s) + 90))
   while :; do
-    if bounded wine "$build/vmdctl.exe" ver >"$out" 2>&1 </dev/null; then
+    if timeout -k 5 20 wine "$build/vmdctl.exe" ver >"$out" 2>&1 </dev/null; then
       return 0
     fi
-    tries=$((tries + 1))
-    if [ $tries -ge 20 ]; then
+    if [ "$(date +%s)" -ge $deadline ]; then
       echo "install.sh: the test controller driver does not answer; vmdctl.exe ver printed:" >&2
       cat "$out" >&2
       [ -f "$state.error" ] && cat "$state.error" >&2
