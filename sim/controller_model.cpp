@@ -64,6 +64,15 @@ char16_t dosNameLetter(const std::uint8_t* in, std::uint32_t inSize) {
 
 std::uint32_t memoryMbOf(std::uint64_t bytes) { return static_cast<std::uint32_t>((bytes + 0xFFFFF) >> 20); }
 
+// {16, total = inSize, address, sub-record length = inSize - 16}, then a
+// sub-record that begins {fixed, its own length} with `fixed` bytes at least.
+bool wrappedSubRecord(const std::uint8_t* in, std::uint32_t inSize, std::uint32_t fixed) {
+  if (!in || inSize < 16 + fixed || get32(in) != 16 || get32(in + 4) != inSize || get32(in + 12) != inSize - 16)
+    return false;
+  if (in[8] != 0 || in[9] != 0 || in[11] != 0 || in[10] >= 128) return false;
+  return get32(in + 16) == fixed && get32(in + 20) == inSize - 16;
+}
+
 }  // namespace
 
 std::optional<std::uint32_t> diskHeadTarget(const std::uint8_t* in, std::uint32_t inSize) {
@@ -131,6 +140,8 @@ ControllerModel::Reply ControllerModel::handle(std::uint32_t code, const std::ui
     case ioctl::ChangeDiskLetter:
     case ioctl::ChangeDiskSettings:
     case ioctl::ApplyImageSettings:
+    case ioctl::ReinitializeDisk:
+    case ioctl::SaveDiskImage:
       r = lifecycleRequest(code, in, inSize, out, outSize);
       break;
     case ioctl::QueryImStatus:
@@ -371,6 +382,58 @@ ControllerModel::Reply ControllerModel::lifecycleRequest(std::uint32_t code, In 
       if (!d) return {0, syserr::FileNotFound};
       // Image settings in effect now: an image file is associated when the sub-record names one.
       d->image = subLen > 40 && (sub[36] | (sub[37] << 8)) != 0;
+      return {0, 0};
+    }
+    case ioctl::ReinitializeDisk: {
+      // {16, total, address, spec length} and a format section: the volume
+      // gets a fresh file system with the section's code, cluster, serial
+      // and label.
+      if (!wrappedSubRecord(in, inSize, 44)) return {0, syserr::InvalidParameter};
+      const RecordBytes spec(in + 16, in + inSize);
+      const std::size_t labelBytes = rd(spec, 40, 2);
+      if (42 + labelBytes > spec.size()) return {0, syserr::InvalidParameter};
+      SimDisk* d = c_.findDisk(in[10]);
+      if (!d) return {0, syserr::FileNotFound};
+      if (d->phase != DiskPhase::Present) return {0, syserr::NotReady};
+      DiskFacts f = diskFacts(*d);
+      f.fileSystem = spec[10];
+      f.clusterBytes = static_cast<std::uint32_t>(spec[11]) << 9;
+      f.serial = static_cast<std::uint32_t>(rd(spec, 12, 4));
+      f.label = labelBytes ? stringAt(spec, 42, 42 + labelBytes) : std::u16string();
+      host_.diskReinitialized(f);
+      return {0, 0};
+    }
+    case ioctl::SaveDiskImage: {
+      // {16, total, address, sub-record length} and an image sub-record: the
+      // file it names in its format and level, else the disk's own image
+      // file in the format its image section keeps (the sub-record's own
+      // when its flags say 0x1).
+      if (!wrappedSubRecord(in, inSize, 40)) return {0, syserr::InvalidParameter};
+      const RecordBytes sub(in + 16, in + inSize);
+      const std::size_t nameBytes = rd(sub, 36, 2);
+      if (38 + nameBytes > sub.size()) return {0, syserr::InvalidParameter};
+      SimDisk* d = c_.findDisk(in[10]);
+      if (!d) return {0, syserr::FileNotFound};
+      std::u16string path;
+      std::uint8_t format = sub[12], level = sub[13];
+      if (nameBytes) {
+        path = stringAt(sub, 38, 38 + nameBytes);
+      } else {
+        const std::optional<RecordBytes>& r = d->status ? d->status : d->settings;
+        const std::size_t at = r ? rd(*r, 48, 2) : 0, len = r ? rd(*r, 50, 2) : 0;
+        if (!len) return {0, syserr::InvalidParameter};  // no file named, none associated
+        path = stringAt(*r, at + 38, at + len);
+        if ((rd(sub, 8, 4) & 1) == 0) {
+          format = static_cast<std::uint8_t>(rd(*r, at + 12, 1));
+          level = static_cast<std::uint8_t>(rd(*r, at + 13, 1));
+        }
+      }
+      const std::u16string prefix = u"\\DosDevices\\";
+      if (path.rfind(prefix, 0) == 0) path.erase(0, prefix.size());
+      if (format > 2) return {0, syserr::InvalidParameter};
+      const std::uint64_t fileSize = format == 0 ? d->size : 512;
+      if (const std::uint32_t e = host_.writeFile(path, imageFileHead(format, d->size, level), fileSize))
+        return {0, e};
       return {0, 0};
     }
     default:

@@ -33,6 +33,9 @@ class HostHooks {
   virtual std::uint64_t nowMs() = 0;  // the system's clock, in milliseconds
   virtual void diskArrived(const DiskFacts& disk) = 0;  // its device and volume appear
   virtual void diskRemoved(std::uint8_t index) = 0;      // its device and volume are gone
+  // The disk's volume was laid down afresh with these facts: same place and
+  // mount points, a new empty file system.
+  virtual void diskReinitialized(const DiskFacts& disk) = 0;
   // A Direct-IO disk's letter moved (0: none); false when the system refuses.
   virtual bool diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t newLetter) = 0;
   virtual bool letterFree(char16_t letter) = 0;

@@ -40,6 +40,7 @@ class SimHost : public HostHooks {
   std::uint64_t nowMs() override;
   void diskArrived(const DiskFacts& disk) override;
   void diskRemoved(std::uint8_t index) override;
+  void diskReinitialized(const DiskFacts& disk) override;
   bool diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t newLetter) override;
   bool letterFree(char16_t letter) override;
   std::optional<std::uint8_t> dosDeviceOwner(char16_t letter) override;

@@ -158,6 +158,21 @@ std::optional<std::uint8_t> SimHost::dosDeviceOwner(char16_t letter) {
   return std::nullopt;
 }
 
+void SimHost::diskReinitialized(const DiskFacts& disk) {
+  const Volume fresh = derivedVolume(disk);
+  for (Volume& v : m_.world.volumes) {
+    if (!v.disk || *v.disk != disk.index) continue;
+    v.props.fileSystem = fresh.props.fileSystem;  // none for a file system the system cannot read
+    v.props.label = fresh.props.label;
+    v.props.serial = fresh.props.serial;
+    v.props.sectorsPerCluster = fresh.props.sectorsPerCluster;
+    // Empty again: only the file system's own structures take room.
+    const std::uint64_t total = v.props.totalBytes.value_or(0);
+    v.props.freeBytes = total - total / 64;
+    v.props.freeToCaller.reset();
+  }
+}
+
 std::uint32_t SimHost::writeFile(const std::u16string& path16, const RecordBytes& head, std::uint64_t size) {
   const std::string path = toUtf8(std::wstring(path16.begin(), path16.end()));
   for (FileEntry& f : m_.world.files) {
