@@ -89,7 +89,7 @@ TEST(SimDiskLifecycle, VolumeThatNeverArrivesStaysAwayThroughSave) {
 TEST(SimDiskLifecycle, SavingLetsThePendingArrivalHappen) {
   Rig rig;
   ASSERT_TRUE(rig.controller(ioctl::CreateDisk, Rig::creation({}), 12).ok);
-  const std::string path = ::testing::TempDir() + "sim_settle.json";
+  const std::string path = ::testing::TempDir() + "sim_settle_" + ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
   rig.machine.save(path);
   Machine again = Machine::load(path);
   ASSERT_EQ(again.world.volumes.size(), 2u);

@@ -19,7 +19,7 @@ std::string readAll(const std::string& path) {
 
 // Loading `text` fails with `message`, and the file stays byte for byte.
 void refused(const std::string& text, const std::string& message) {
-  const std::string path = ::testing::TempDir() + "sim_refused.json";
+  const std::string path = ::testing::TempDir() + "sim_refused_" + ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
   std::ofstream(path, std::ios::binary) << text;
   try {
     Machine::load(path);
