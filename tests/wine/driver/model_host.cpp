@@ -185,8 +185,8 @@ std::string unixPath(const std::string& windowsPath) {
   return p;
 }
 
-// Gives every arrived Direct-IO disk with a letter its drive, and takes the
-// drives of this folder from every other letter.
+// Gives every arrived Direct-IO disk with a letter that is free its drive,
+// and takes the drives of this folder from every other letter.
 void syncDrives(Machine& m, const std::string& statePath) {
   const std::string folder = drivesFolder(statePath);
   std::set<char> wanted, present;
@@ -210,8 +210,10 @@ void syncDrives(Machine& m, const std::string& statePath) {
     DefineDosDeviceW(DDD_REMOVE_DEFINITION, name, nullptr);
     std::filesystem::remove_all(folder + "\\" + std::string(1, l), ec);
   }
+  const DWORD taken = GetLogicalDrives();
   for (char l : wanted) {
-    if (present.count(l)) continue;
+    // A letter the prefix already uses for something else stays as it is.
+    if (present.count(l) || (taken & (1u << (l - 'A')))) continue;
     const std::string own = folder + "\\" + std::string(1, l);
     std::filesystem::create_directories(own, ec);
     defineDrive(l, unixPath(own));
