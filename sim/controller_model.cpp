@@ -366,6 +366,9 @@ ControllerModel::Reply ControllerModel::lifecycleRequest(std::uint32_t code, In 
       if (!checkRecord(record).empty()) return {0, syserr::InvalidParameter};
       SimDisk* d = c_.findDisk(record[24]);
       if (!d) return {0, syserr::FileNotFound};
+      // The running disk goes on as it is: its live status keeps the old
+      // settings until the restart takes the new ones.
+      if (!d->status && d->settings) d->status = d->settings;
       d->settings = record;
       d->pendingSettings = std::move(record);
       return {0, 0};
