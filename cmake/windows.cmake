@@ -103,3 +103,4 @@ target_compile_options(vddinfo PRIVATE -municode)
 target_link_options(vddinfo PRIVATE -municode)
 add_dependencies(vddinfo vmdctl_resources)
 target_link_libraries(vddinfo PRIVATE vddinfo_lib vmdctl_win32 vmdctl_core)
+include(${CMAKE_SOURCE_DIR}/cmake/package.cmake)  # the release zip
