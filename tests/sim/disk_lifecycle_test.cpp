@@ -15,7 +15,7 @@ json mountedDevices(const std::string& letter, const std::string& data) {
 
 TEST(SimDiskLifecycle, CreatedDiskVolumeArrivesAfterTheDelayAtTheLetterMountedDevicesGivesIt) {
   // Signature 0x1234abcd at partition offset 32256 was K: before.
-  Rig rig({{"registry", mountedDevices("K", "cdab3412007e000000000000")},
+  Rig rig(json{{"registry", mountedDevices("K", "cdab3412007e000000000000")},
            {"controller", {{"timing", {{"volumeAfterMs", 2000}}}}}});
   const auto r = rig.controller(ioctl::CreateDisk, Rig::creation({{"sizeMb", 64}, {"signature", "0x1234abcd"}}), 12);
   ASSERT_TRUE(r.ok);
@@ -30,7 +30,7 @@ TEST(SimDiskLifecycle, CreatedDiskVolumeArrivesAfterTheDelayAtTheLetterMountedDe
 }
 
 TEST(SimDiskLifecycle, WithoutARememberedLetterTheFirstFreeFromCIsTakenAndRemembered) {
-  Rig rig({{"controller", {{"timing", {{"volumeAfterMs", 0}}}}}});
+  Rig rig(json{{"controller", {{"timing", {{"volumeAfterMs", 0}}}}}});
   ASSERT_TRUE(rig.controller(ioctl::CreateDisk, Rig::creation({{"signature", "0x00000042"}}), 12).ok);
   ASSERT_NE(rig.volumeOf(0), nullptr);
   EXPECT_EQ(rig.volumeOf(0)->mountPoints, (std::vector<std::string>{"D:\\"}));
@@ -44,7 +44,7 @@ TEST(SimDiskLifecycle, WithoutARememberedLetterTheFirstFreeFromCIsTakenAndRememb
 }
 
 TEST(SimDiskLifecycle, WithAutomaticMountingOffTheVolumeHasNoLetter) {
-  Rig rig({{"host", {{"autoMount", false}}}});
+  Rig rig(json{{"host", {{"autoMount", false}}}});
   ASSERT_TRUE(rig.controller(ioctl::CreateDisk, Rig::creation({}), 12).ok);
   rig.machine.sleep(1500);
   ASSERT_NE(rig.volumeOf(0), nullptr);
@@ -78,7 +78,7 @@ TEST(SimDiskLifecycle, DirectIoDiskGetsTheRequestedLetterAndItsDeviceOpensOnlyAf
 }
 
 TEST(SimDiskLifecycle, VolumeThatNeverArrivesStaysAwayThroughSave) {
-  Rig rig({{"controller", {{"timing", {{"volumeAfterMs", "never"}}}}}});
+  Rig rig(json{{"controller", {{"timing", {{"volumeAfterMs", "never"}}}}}});
   ASSERT_TRUE(rig.controller(ioctl::CreateDisk, Rig::creation({}), 12).ok);
   rig.machine.sleep(60000);
   EXPECT_EQ(rig.volumeOf(0), nullptr);
@@ -97,7 +97,7 @@ TEST(SimDiskLifecycle, SavingLetsThePendingArrivalHappen) {
 }
 
 TEST(SimDiskLifecycle, RemovedDiskStaysPresentUntilItLeaves) {
-  Rig rig({{"controller", {{"timing", {{"goneAfterMs", 3000}}}, {"disks", {{{"index", 4}, {"size", 1048576}}}}}}});
+  Rig rig(json{{"controller", {{"timing", {{"goneAfterMs", 3000}}}, {"disks", {{{"index", 4}, {"size", 1048576}}}}}}});
   ASSERT_NE(rig.volumeOf(4), nullptr);
   ASSERT_TRUE(rig.controller(ioctl::RemoveDisk, Rig::removal(4, false, false), 0).ok);
   rig.machine.sleep(2999);
@@ -108,14 +108,14 @@ TEST(SimDiskLifecycle, RemovedDiskStaysPresentUntilItLeaves) {
 }
 
 TEST(SimDiskLifecycle, DiskThatNeverLeavesIsStillPresentAfterAMinute) {
-  Rig rig({{"controller", {{"disks", {{{"index", 4}, {"goneAfterMs", "never"}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 4}, {"goneAfterMs", "never"}}}}}}});
   ASSERT_TRUE(rig.controller(ioctl::RemoveDisk, Rig::removal(4, false, false), 0).ok);
   rig.machine.sleep(60000);
   EXPECT_EQ(rig.controller(ioctl::QueryDiskPresent, Rig::head(4), 4).out[0], 1);
 }
 
 TEST(SimDiskLifecycle, RemovalWithTheSaveFlagWritesTheImageFile) {
-  Rig rig({{"controller",
+  Rig rig(json{{"controller",
             {{"disks",
               {{{"index", 2},
                 {"size", 67108864},
@@ -130,22 +130,22 @@ TEST(SimDiskLifecycle, RemovalWithTheSaveFlagWritesTheImageFile) {
 }
 
 TEST(SimDiskLifecycle, RemovalWithoutTheSaveFlagWritesNothing) {
-  Rig rig({{"controller", {{"disks", {{{"index", 2}, {"settings", {{"imageFile", "C:\\img\\fast.img"}}}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 2}, {"settings", {{"imageFile", "C:\\img\\fast.img"}}}}}}}}});
   ASSERT_TRUE(rig.controller(ioctl::RemoveDisk, Rig::removal(2, false, false), 0).ok);
   EXPECT_FALSE(rig.sim.files.readHead(L"C:\\img\\fast.img", 512));
 }
 
 TEST(SimDiskLifecycle, DiskWithAPagingFileRefusesRemovalEvenTheTest) {
-  Rig rig({{"controller", {{"disks", {{{"index", 1}, {"pagingFile", true}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 1}, {"pagingFile", true}}}}}}});
   EXPECT_EQ(rig.controller(ioctl::RemoveDisk, Rig::removal(1, true, false), 0).error, 5u);
   EXPECT_EQ(rig.controller(ioctl::RemoveDisk, Rig::removal(1, false, false), 0).error, 5u);
-  Rig free({{"controller", {{"disks", {{{"index", 1}}}}}}});
+  Rig free(json{{"controller", {{"disks", {{{"index", 1}}}}}}});
   EXPECT_TRUE(free.controller(ioctl::RemoveDisk, Rig::removal(1, true, false), 0).ok);
   EXPECT_EQ(free.machine.world.controller.disks[0].phase, DiskPhase::Present);
 }
 
 TEST(SimDiskLifecycle, DiskBeyondTheMemoryLimitFailsWith112) {
-  Rig rig({{"controller", {{"memoryLimitMb", 100}, {"disks", {{{"index", 0}, {"size", 67108864}}}}}}});
+  Rig rig(json{{"controller", {{"memoryLimitMb", 100}, {"disks", {{{"index", 0}, {"size", 67108864}}}}}}});
   EXPECT_EQ(rig.controller(ioctl::CreateDisk, Rig::creation({{"sizeMb", 37}}), 12).error, 112u);
   EXPECT_TRUE(rig.controller(ioctl::CreateDisk, Rig::creation({{"sizeMb", 36}}), 12).ok);
 }
@@ -158,7 +158,7 @@ TEST(SimDiskLifecycle, MalformedCreationRecordFailsWith87) {
 }
 
 TEST(SimDiskLifecycle, DosDeviceOwnerIsTheDiskWhoseVolumeHasTheLetter) {
-  Rig rig({{"controller", {{"disks", {{{"index", 6}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 6}}}}}}});
   std::vector<std::uint8_t> name;
   for (char16_t c : std::u16string(u"\\??\\D:")) {
     name.push_back(static_cast<std::uint8_t>(c));
@@ -174,7 +174,7 @@ TEST(SimDiskLifecycle, DosDeviceOwnerIsTheDiskWhoseVolumeHasTheLetter) {
 }
 
 TEST(SimDiskLifecycle, DirectIoLetterMovesThroughTheController) {
-  Rig rig({{"controller", {{"disks", {{{"index", 3}, {"directIo", true}, {"letter", "S"}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 3}, {"directIo", true}, {"letter", "S"}}}}}}});
   const std::vector<std::uint8_t> change = {16, 0, 0, 0, 16, 0, 0, 0, 0, 0, 3, 0, 'S', 0, 'U', 0};
   ASSERT_TRUE(rig.controller(ioctl::ChangeDiskLetter, change, 0).ok);
   const std::uint32_t drives = rig.sim.volumes.logicalDrives();
@@ -185,7 +185,7 @@ TEST(SimDiskLifecycle, DirectIoLetterMovesThroughTheController) {
 
 TEST(SimDiskLifecycle, RestartAppliesSettingsThatWaitedForIt) {
   const std::string pending = toHex(buildRecord({{"index", 1}, {"sizeMb", 256}, {"volumeLabel", "NEW"}}));
-  Rig rig({{"controller", {{"disks", {{{"index", 1}, {"size", 134217728}, {"pendingSettingsRecord", pending}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 1}, {"size", 134217728}, {"pendingSettingsRecord", pending}}}}}}});
   rig.machine.restart();
   const auto info = rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32);
   EXPECT_EQ(le32(info.out.data() + 16), 256u << 20);
@@ -195,7 +195,7 @@ TEST(SimDiskLifecycle, RestartAppliesSettingsThatWaitedForIt) {
 }
 
 TEST(SimDiskLifecycle, RestartCompletesARemovalThatNeverFinished) {
-  Rig rig({{"controller", {{"disks", {{{"index", 4}, {"goneAfterMs", "never"}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 4}, {"goneAfterMs", "never"}}}}}}});
   ASSERT_TRUE(rig.controller(ioctl::RemoveDisk, Rig::removal(4, false, false), 0).ok);
   rig.machine.restart();
   EXPECT_TRUE(rig.machine.world.controller.disks.empty());
@@ -210,7 +210,7 @@ namespace {
 using test::Rig;
 
 TEST(SimDiskSettingsChange, NewSettingsAreReadBackAtOnceAndTheSizeChangesAtTheRestart) {
-  Rig rig({{"controller", {{"disks", {{{"index", 1}, {"size", 134217728}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 1}, {"size", 134217728}}}}}}});
   const auto record = buildRecord({{"index", 1}, {"sizeMb", 256}, {"volumeLabel", "LATER"}});
   ASSERT_TRUE(rig.controller(ioctl::ChangeDiskSettings, record, 0).ok);
   const auto read = rig.controller(ioctl::ReadDiskSettingsRecord, Rig::head(1), 4096);

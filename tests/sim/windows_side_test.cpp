@@ -42,7 +42,7 @@ TEST(SimWindowsSide, LockIsReleasedWhenItsHandleCloses) {
 }
 
 TEST(SimWindowsSide, MovingAMountPointUpdatesTheDrivesAndMountedDevices) {
-  Rig rig({{"controller", {{"disks", {{{"index", 2}, {"signature", "0x00000077"}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 2}, {"signature", "0x00000077"}}}}}}});
   const auto name = rig.sim.volumes.volumeNameForMountPoint(L"D:\\", 260);
   ASSERT_TRUE(name.ok);
   ASSERT_TRUE(rig.sim.volumes.deleteVolumeMountPoint(L"D:\\").ok);
@@ -60,14 +60,14 @@ TEST(SimWindowsSide, MovingAMountPointUpdatesTheDrivesAndMountedDevices) {
 }
 
 TEST(SimWindowsSide, LabelChangesOnTheVolume) {
-  Rig rig({{"controller", {{"disks", {{{"index", 2}}}}}}});
+  Rig rig(json{{"controller", {{"disks", {{{"index", 2}}}}}}});
   const std::wstring label = L"SCRATCH";
   ASSERT_TRUE(rig.sim.volumes.setVolumeLabel(L"D:\\", &label).ok);
   EXPECT_EQ(rig.sim.volumes.volumeInformation(L"D:\\").label, L"SCRATCH");
 }
 
 TEST(SimWindowsSide, RegistryValuesEnumerateInTheOrderWrittenWithinTheirBuffers) {
-  Rig rig({{"registry",
+  Rig rig(json{{"registry",
             {{"SYSTEM\\MountedDevices",
               {{"\\DosDevices\\Z:", {{"type", "REG_BINARY"}, {"data", "01"}}},
                {"\\DosDevices\\A:", {{"type", "REG_BINARY"}, {"data", "0102030405060708090a0b0c0d"}}},
@@ -98,7 +98,7 @@ TEST(SimWindowsSide, BroadcastsAreLoggedReadably) {
 }
 
 TEST(SimWindowsSide, OneFaultRuleFailsTheRequestThroughThePlatformAndAtTheControllerEntry) {
-  Rig rig({{"faults", {{{"api", "DeviceIoControl"}, {"code", "QueryDiskInfo"}, {"error", 1117}}}},
+  Rig rig(json{{"faults", {{{"api", "DeviceIoControl"}, {"code", "QueryDiskInfo"}, {"error", 1117}}}},
            {"controller", {{"disks", {{{"index", 1}}}}}}});
   EXPECT_EQ(rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32).error, 1117u);
   ControllerFaults entry(rig.machine, rig.machine.controller());
