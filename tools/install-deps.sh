@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev nlohmann-json3-dev
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
   wine64 wine python3-pefile
+  locales
   clang libclang-rt-14-dev
 )
 if [ "${1:-}" = "--linux-only" ]; then
