@@ -8,50 +8,6 @@
 
 namespace vmd::sim {
 
-namespace {
-
-struct NamedCode {
-  std::uint32_t code;
-  const char* name;
-};
-constexpr NamedCode kCodeNames[] = {
-    {ioctl::CreateDisk, "CreateDisk"},
-    {ioctl::RemoveDisk, "RemoveDisk"},
-    {ioctl::ReadDiskSettingsRecord, "ReadDiskSettingsRecord"},
-    {ioctl::ChangeDiskSettings, "ChangeDiskSettings"},
-    {ioctl::QueryDiskInfo, "QueryDiskInfo"},
-    {ioctl::QueryDiskBitmap, "QueryDiskBitmap"},
-    {ioctl::QueryDosDeviceOwner, "QueryDosDeviceOwner"},
-    {ioctl::QueryDosNameTarget, "QueryDosNameTarget"},
-    {ioctl::EnableIm, "EnableIm"},
-    {ioctl::QueryImStatus, "QueryImStatus"},
-    {ioctl::QueryDiskPresent, "QueryDiskPresent"},
-    {ioctl::SaveDiskImage, "SaveDiskImage"},
-    {ioctl::ChangeDiskLetter, "ChangeDiskLetter"},
-    {ioctl::ReinitializeDisk, "ReinitializeDisk"},
-    {ioctl::SetImOptions, "SetImOptions"},
-    {ioctl::DisableIm, "DisableIm"},
-    {ioctl::QueryDiskStatus, "QueryDiskStatus"},
-    {ioctl::ApplyImageSettings, "ApplyImageSettings"},
-    {ioctl::QueryDeviceNumber, "QueryDeviceNumber"},
-    {ioctl::QueryControllerVersion, "QueryControllerVersion"},
-    {ioctl::VolumeGetVolumeDiskExtents, "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS"},
-    {ioctl::DiskGetPartitionInfo, "IOCTL_DISK_GET_PARTITION_INFO"},
-    {ioctl::MountmgrQueryAutoMount, "IOCTL_MOUNTMGR_QUERY_AUTO_MOUNT"},
-    {ioctl::MountmgrSetAutoMount, "IOCTL_MOUNTMGR_SET_AUTO_MOUNT"},
-    {ioctl::FsctlLockVolume, "FSCTL_LOCK_VOLUME"},
-    {ioctl::FsctlUnlockVolume, "FSCTL_UNLOCK_VOLUME"},
-    {ioctl::FsctlDismountVolume, "FSCTL_DISMOUNT_VOLUME"},
-};
-
-}  // namespace
-
-std::string hex32(std::uint32_t v) {
-  static const char* digits = "0123456789abcdef";
-  std::string s = "0x";
-  for (int i = 7; i >= 0; --i) s += digits[(v >> (4 * i)) & 0xF];
-  return s;
-}
 
 std::uint64_t parseNumber64(const json& v) {
   if (v.is_number_unsigned()) return v.get<std::uint64_t>();
@@ -70,32 +26,6 @@ std::uint64_t parseNumber64(const json& v) {
   return 0;
 }
 
-std::string codeName(std::uint32_t code) {
-  for (const NamedCode& n : kCodeNames)
-    if (n.code == code) return n.name;
-  return hex32(code);
-}
-
-std::optional<std::uint32_t> codeFromName(const std::string& name) {
-  for (const NamedCode& n : kCodeNames)
-    if (sameNoCase(name, n.name)) return n.code;
-  try {
-    std::size_t used = 0;
-    const unsigned long long v = std::stoull(name, &used, 0);
-    if (used == name.size() && v <= 0xFFFFFFFFull) return static_cast<std::uint32_t>(v);
-  } catch (...) {
-  }
-  return std::nullopt;
-}
-
-std::string lowerAscii(std::string s) {
-  for (char& c : s)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  return s;
-}
-
-bool sameNoCase(const std::string& a, const std::string& b) { return lowerAscii(a) == lowerAscii(b); }
-
 json Machine::defaultState() { return Machine().toJson(); }
 
 Machine::Machine() : world(World::standard()) { wire(); }
@@ -108,7 +38,7 @@ Machine::Machine(const json& state) : world(World::standard()) {
 Machine::Machine(Machine&& other) noexcept
     : world(std::move(other.world)),
       stats(std::move(other.stats)),
-      seen_(std::move(other.seen_)),
+      faultMatcher_(std::move(other.faultMatcher_)),
       diskSource_(std::move(other.diskSource_)) {
   wire();
 }
@@ -117,7 +47,7 @@ Machine& Machine::operator=(Machine&& other) noexcept {
   if (this != &other) {
     world = std::move(other.world);
     stats = std::move(other.stats);
-    seen_ = std::move(other.seen_);
+    faultMatcher_ = std::move(other.faultMatcher_);
     diskSource_ = std::move(other.diskSource_);
     wire();
   }
@@ -161,33 +91,23 @@ void Machine::edit(const std::function<void(json&)>& change) {
   json s = toJson();
   change(s);
   json keptStats = std::move(stats);
-  auto keptSeen = std::move(seen_);
+  RuleMatcher keptMatcher = std::move(faultMatcher_);
   world = World::standard();
   diskSource_.clear();
   StateFile::read(*this, s);
   if (s.contains("stats") && s["stats"].is_object()) keptStats = s["stats"];
   stats = std::move(keptStats);
-  seen_ = std::move(keptSeen);
+  faultMatcher_ = std::move(keptMatcher);
 }
 
-std::optional<std::uint32_t> Machine::fault(const std::string& api, std::uint32_t code, const std::string& path) {
+std::optional<std::uint32_t> Machine::enter(std::string_view api, std::uint32_t code, const std::string& path) {
   tick();
-  count("api", api);
+  count("api", std::string(api));
   return matchFault(api, code, path);
 }
 
-std::optional<std::uint32_t> Machine::matchFault(const std::string& api, std::uint32_t code, const std::string& path) {
-  std::optional<std::uint32_t> hit;
-  for (std::size_t i = 0; i < world.faults.size(); ++i) {
-    const FaultRule& rule = world.faults[i];
-    if (rule.api != api) continue;
-    if (rule.code && *rule.code != code) continue;
-    if (rule.path && !sameNoCase(*rule.path, path)) continue;
-    const std::uint32_t seen = ++seen_[i];
-    if (rule.nth && *rule.nth != seen) continue;
-    if (!hit) hit = rule.error;
-  }
-  return hit;
+std::optional<std::uint32_t> Machine::matchFault(std::string_view api, std::uint32_t code, const std::string& path) {
+  return faultMatcher_.match(world.faults, api, code, path);
 }
 
 void Machine::count(const std::string& group, const std::string& key) {

@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include "sim/controller_model.h"
+#include "sim/fault_layer.h"
 #include "sim/world.h"
 
 namespace vmd::sim {
@@ -57,7 +58,7 @@ class SimHost : public HostHooks {
 // The volume a disk's arrival brings, before it has a letter.
 Volume derivedVolume(const DiskFacts& disk);
 
-class Machine {
+class Machine : public CallLog {
  public:
   Machine();  // the standard machine
   // A state document (docs/simulator.md); throws LoadError naming the place.
@@ -79,15 +80,15 @@ class Machine {
   // Changes the state through its document form, as a test sets a machine up.
   void edit(const std::function<void(json&)>& change);
 
-  // Every simulated call asks here first: runs due events, counts the call
-  // under stats.api, and returns the error a matching fault rule injects.
-  // `code` is the control code (0 for none), `path` what the call is about.
-  std::optional<std::uint32_t> fault(const std::string& api, std::uint32_t code = 0, const std::string& path = "");
+  // The fault layer asks here before every call it passes on: runs due
+  // events, counts the call under stats.api, and returns the error a
+  // matching fault rule injects.
+  std::optional<std::uint32_t> enter(std::string_view api, std::uint32_t code, const std::string& path) override;
   // The same check without counting, for the controller's entry point.
-  std::optional<std::uint32_t> matchFault(const std::string& api, std::uint32_t code, const std::string& path);
+  std::optional<std::uint32_t> matchFault(std::string_view api, std::uint32_t code, const std::string& path);
 
-  void count(const std::string& group, const std::string& key);
-  void note(const std::string& group, const std::string& key, const std::string& value);
+  void count(const std::string& group, const std::string& key) override;
+  void note(const std::string& group, const std::string& key, const std::string& value) override;
 
   // Virtual time: sleeping advances the clock, runs what falls due and costs nothing.
   void sleep(std::uint32_t ms);
@@ -108,22 +109,13 @@ class Machine {
 
   std::unique_ptr<SimHost> host_;
   std::unique_ptr<ControllerModel> model_;
-  std::map<std::size_t, std::uint32_t> seen_;  // calls matched per fault rule, this run
+  RuleMatcher faultMatcher_;  // calls matched per fault rule, this run
   std::map<std::uint8_t, json> diskSource_;    // disks' record descriptions as read, written back unchanged
   friend struct StateFile;
 };
 
-std::string hex32(std::uint32_t v);  // "0x%08x"-style lower case, e.g. "0x00046024"
 std::uint64_t parseNumber64(const json& v);  // a number, or a string in decimal or 0x hex
 inline std::uint32_t parseNumber(const json& v) { return static_cast<std::uint32_t>(parseNumber64(v)); }
-
-// The readable name of a control code ("QueryDiskInfo", "FSCTL_LOCK_VOLUME"),
-// or its hex form when it has none; and back (a name or a number).
-std::string codeName(std::uint32_t code);
-std::optional<std::uint32_t> codeFromName(const std::string& name);
-
-std::string lowerAscii(std::string s);
-bool sameNoCase(const std::string& a, const std::string& b);
 
 // Little-endian fields of the byte records the controller exchanges.
 inline std::uint32_t le32(const std::uint8_t* p) {

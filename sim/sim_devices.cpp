@@ -37,12 +37,11 @@ ControllerModel::Reply ControllerFaults::handle(std::uint32_t code, const std::u
   m_.tick();
   const ControllerState& c = m_.world.controller;
   const std::string path = c.interfaces.empty() ? c.interfacePath : c.interfaces.front();
-  if (auto e = m_.matchFault("DeviceIoControl", code, path)) return {0, *e, true};
+  if (auto e = m_.matchFault(calls::kDeviceIoControl, code, path)) return {0, *e, true};
   return model_.handle(code, in, inSize, out, outSize);
 }
 
 std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(const InterfaceClass& cls, Scope scope) {
-  if (m_.fault("SetupDiGetClassDevsW")) return std::nullopt;
   std::vector<Interface> found;
   if (sameClass(cls, kControllerInterface)) {
     const ControllerState& c = m_.world.controller;
@@ -61,7 +60,6 @@ std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(c
       found.push_back({i++, fromUtf8(v.interfacePath.empty() ? v.name : v.interfacePath)});
     }
   }
-  m_.count("api", "SetupDiEnumDeviceInterfaces");
   if (scope == Scope::FirstOnly && found.size() > 1) found.resize(1);
   return found;
 }
@@ -69,11 +67,6 @@ std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(c
 DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t access, std::uint32_t share,
                                        std::uint32_t disposition, std::uint32_t flags) {
   const std::string path = toUtf8(wpath);
-  m_.count("opens", path);
-  m_.note("openModes", path,
-          "access=" + hex32(access) + " share=" + std::to_string(share) +
-              " disposition=" + std::to_string(disposition) + " flags=" + hex32(flags));
-  if (auto e = m_.fault("CreateFileW", 0, path)) return {Invalid, *e};
   Opened o{Kind::Controller, path, access};
   const std::string lp = lowerAscii(path);
   const ControllerState& c = m_.world.controller;
@@ -110,17 +103,12 @@ DeviceIo::ControlResult SimDeviceIo::control(Handle h, std::uint32_t code, const
                                              void* out, std::uint32_t outSize) {
   auto it = open_.find(h);
   if (it == open_.end()) return {false, 0, syserr::InvalidHandle};
-  const std::string name = codeName(code);
-  m_.count("requests", name);
-  m_.note("requestSizes", name, "in=" + std::to_string(inSize) + " out=" + std::to_string(outSize));
   const auto* bin = static_cast<const std::uint8_t*>(in);
   auto* bout = static_cast<std::uint8_t*>(out);
   if (it->second.kind == Kind::Controller) {
-    m_.count("api", "DeviceIoControl");
-    const ControllerModel::Reply r = controller_.handle(code, bin, inSize, bout, outSize);
+    const ControllerModel::Reply r = m_.controller().handle(code, bin, inSize, bout, outSize);
     return {r.ok(), r.returned, r.error};
   }
-  if (auto e = m_.fault("DeviceIoControl", code, it->second.path)) return {false, 0, *e};
   switch (it->second.kind) {
     case Kind::Volume:
       return volumeControl(it->second, code, bin, inSize, bout, outSize);
@@ -220,15 +208,12 @@ DeviceIo::ControlResult SimDeviceIo::volumeControl(Opened& o, std::uint32_t code
 DeviceIo::Status SimDeviceIo::flush(Handle h) {
   auto it = open_.find(h);
   if (it == open_.end()) return {false, syserr::InvalidHandle};
-  m_.count("flushes", it->second.path);
-  if (auto e = m_.fault("FlushFileBuffers", 0, it->second.path)) return {false, *e};
   return {true, 0};
 }
 
 void SimDeviceIo::close(Handle h) {
   auto it = open_.find(h);
   if (it == open_.end()) return;
-  m_.count("closes", it->second.path);
   open_.erase(it);  // a lock goes with its handle
 }
 

@@ -1,6 +1,6 @@
 // Device discovery and device I/O of the simulated machine. Opens are routed
 // by path to the controller, a disk's own device, a volume or the mount-point
-// manager; every open, close and request is counted in stats.
+// manager. Counting and fault rules are the fault layer's (sim/fault_layer.h).
 #pragma once
 
 #include <map>
@@ -22,9 +22,10 @@ class SimSetup : public DeviceSetup {
   Machine& m_;
 };
 
-// The controller's entry point with the machine's fault rules around it: a
-// rule {api "DeviceIoControl", code, path} fails the request here, wherever
-// the model is hosted, before the model sees it.
+// The controller's entry point with the machine's fault rules around it, for
+// a host that has no fault layer of its own in front (the test driver): a
+// rule {api "DeviceIoControl", code, path} fails the request here, before
+// the model sees it, with the same matcher as the fault layer.
 class ControllerFaults {
  public:
   ControllerFaults(Machine& m, ControllerModel& model) : m_(m), model_(model) {}
@@ -38,7 +39,7 @@ class ControllerFaults {
 
 class SimDeviceIo : public DeviceIo {
  public:
-  explicit SimDeviceIo(Machine& m) : m_(m), controller_(m, m.controller()) {}
+  explicit SimDeviceIo(Machine& m) : m_(m) {}
   OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
                   std::uint32_t flags) override;
   ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
@@ -65,7 +66,6 @@ class SimDeviceIo : public DeviceIo {
   ControlResult diskControl(Opened& o, std::uint32_t code, std::uint8_t* out, std::uint32_t outSize);
 
   Machine& m_;
-  ControllerFaults controller_;
   std::map<Handle, Opened> open_;
   Handle next_ = 100;
 };

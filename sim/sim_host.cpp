@@ -181,7 +181,6 @@ std::uint32_t SimHost::writeFile(const std::u16string& path16, const RecordBytes
     f.head = head;
     f.size = size;
     f.image.reset();
-    f.readFails = false;
     return 0;
   }
   FileEntry f;

@@ -4,28 +4,20 @@
 
 namespace vmd::sim {
 
-bool SimProcess::initFramework() {
-  if (m_.fault("InitFramework")) return false;
-  return !m_.world.host.frameworkFails;
-}
+bool SimProcess::initFramework() { return true; }
 
 ProcessEnvironment::MutexResult SimProcess::createInstanceMutex(const std::wstring& name) {
-  if (auto e = m_.fault("CreateMutexW", 0, toUtf8(name))) return {false, *e};
   if (m_.world.host.instanceRunning) return {true, 183};
   return {true, 0};
 }
 
 bool SimProcess::tokenHasAdministrators() {
-  if (m_.fault("GetTokenInformation")) return false;
   return m_.world.host.administrator;
 }
 
-std::int32_t SimProcess::comInitialize() {
-  if (auto e = m_.fault("CoInitialize")) return static_cast<std::int32_t>(0x80070000u | (*e & 0xFFFF));
-  return m_.world.host.comFails ? static_cast<std::int32_t>(0x80004005u) : 0;
-}
+std::int32_t SimProcess::comInitialize() { return 0; }
 
-void SimProcess::comUninitialize() { m_.count("api", "CoUninitialize"); }
+void SimProcess::comUninitialize() {}
 
 int StdinKeys::readKey() {
   int b = std::fgetc(in_);

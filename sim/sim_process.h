@@ -8,7 +8,7 @@
 
 namespace vmd::sim {
 
-// host.frameworkFails, host.instanceRunning, host.administrator, host.comFails.
+// host.instanceRunning and host.administrator; failures come from fault rules.
 class SimProcess : public ProcessEnvironment {
  public:
   explicit SimProcess(Machine& m) : m_(m) {}

@@ -47,7 +47,6 @@ class SimKey : public Registry::Key {
   SimKey(Machine& m, std::string key) : m_(m), key_(std::move(key)) {}
   std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
                           Registry::Value& out) override {
-    if (auto e = m_.fault("RegEnumValueW", 0, key_)) return *e;
     RegKey* k = findKey(m_.world, key_);
     if (!k || index >= k->values.size()) return syserr::NoMoreItems;
     const RegValue& v = k->values[index];
@@ -60,7 +59,6 @@ class SimKey : public Registry::Key {
   }
   std::uint32_t deleteValue(const std::wstring& wname) override {
     const std::string name = toUtf8(wname);
-    if (auto e = m_.fault("RegDeleteValueW", 0, key_ + "\\" + name)) return *e;
     RegKey* k = findKey(m_.world, key_);
     if (!k) return syserr::FileNotFound;
     for (auto it = k->values.begin(); it != k->values.end(); ++it)
@@ -72,7 +70,6 @@ class SimKey : public Registry::Key {
   }
   std::uint32_t setBinary(const std::wstring& wname, const Bytes& data) override {
     const std::string name = toUtf8(wname);
-    if (auto e = m_.fault("RegSetValueExW", 0, key_ + "\\" + name)) return *e;
     RegKey* k = findKey(m_.world, key_);
     if (!k) {
       m_.world.registry.push_back({key_, {}});
@@ -135,7 +132,6 @@ FileEntry* SimFiles::findFile(World& w, const std::string& path) {
 
 std::uint32_t SimFiles::attributes(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
-  if (m_.fault("GetFileAttributesW", 0, path)) return InvalidFileAttributes;
   if (FileEntry* f = findFile(m_.world, path)) {
     if (f->attributes) return *f->attributes;
     return f->directory ? kAttrDirectory : kAttrNormal;
@@ -155,7 +151,6 @@ std::uint32_t SimFiles::attributes(const std::wstring& wpath) {
 
 FileService::Size SimFiles::fileSize(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
-  if (auto e = m_.fault("GetFileSize", 0, path)) return {false, *e, 0};
   FileEntry* f = findFile(m_.world, path);
   if (!f || f->directory) return {false, syserr::FileNotFound, 0};
   return {true, 0, describedSize(*f, describedHead(*f))};
@@ -163,9 +158,8 @@ FileService::Size SimFiles::fileSize(const std::wstring& wpath) {
 
 std::optional<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t count) {
   const std::string path = toUtf8(wpath);
-  if (m_.fault("ReadFile", 0, path)) return std::nullopt;
   FileEntry* f = findFile(m_.world, path);
-  if (!f || f->directory || f->readFails) return std::nullopt;
+  if (!f || f->directory) return std::nullopt;
   Bytes head = describedHead(*f);
   const std::uint64_t size = describedSize(*f, head);
   // Bytes past the described head read as zeros, up to the file's size.
@@ -176,7 +170,6 @@ std::optional<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t
 
 std::uint32_t SimFiles::writeWhole(const std::wstring& wpath, const Bytes& data) {
   const std::string path = toUtf8(wpath);
-  if (m_.fault("CreateFileW", 0, path)) return syserr::OpenFailed;
   FileEntry* f = findFile(m_.world, path);
   if (f && (f->directory || (f->attributes.value_or(0) & 1))) return syserr::OpenFailed;
   if (!f) {
@@ -185,11 +178,6 @@ std::uint32_t SimFiles::writeWhole(const std::wstring& wpath, const Bytes& data)
     f->path = path;
   }
   f->image.reset();
-  if (m_.fault("WriteFile", 0, path)) {
-    f->size = 0;
-    f->head = Bytes{};
-    return syserr::WriteFault;
-  }
   f->size = data.size();
   f->head = data;
   return 0;
@@ -202,7 +190,6 @@ bool SimFiles::pathIsDirectory(const std::wstring& path) {
 
 std::optional<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, const std::wstring& wvalue) {
   const std::string key = toUtf8(wkey), value = toUtf8(wvalue);
-  if (m_.fault("RegQueryValueExW", 0, key + "\\" + value)) return std::nullopt;
   RegKey* k = findKey(m_.world, key);
   if (!k) return std::nullopt;
   for (const RegValue& v : k->values)
@@ -215,10 +202,6 @@ std::optional<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, co
 
 std::unique_ptr<Registry::Key> SimRegistry::openForWrite(const std::wstring& wkey, std::uint32_t& error) {
   const std::string key = toUtf8(wkey);
-  if (auto e = m_.fault("RegOpenKeyExW", 0, key)) {
-    error = *e;
-    return nullptr;
-  }
   if (!findKey(m_.world, key)) {
     error = syserr::FileNotFound;
     return nullptr;
@@ -228,14 +211,11 @@ std::unique_ptr<Registry::Key> SimRegistry::openForWrite(const std::wstring& wke
 }
 
 std::optional<SystemInfo::Memory> SimSystem::memoryStatus() {
-  if (m_.fault("GlobalMemoryStatusEx")) return std::nullopt;
   const HostState& h = m_.world.host;
-  if (h.memoryFails) return std::nullopt;
   return Memory{h.totalPhys, h.availPhys};
 }
 
 std::optional<std::wstring> SimSystem::windowsDirectory() {
-  if (m_.fault("GetSystemWindowsDirectoryW")) return std::nullopt;
   const std::string& dir = m_.world.host.windowsDirectory;
   if (dir.empty()) return std::nullopt;
   return fromUtf8(dir);
@@ -274,19 +254,15 @@ SystemTime SimClock::systemTime() {
 std::uint64_t SimClock::systemTimeAsFileTime() { return m_.fileTime(); }
 
 void SimClock::sleep(std::uint32_t milliseconds) {
-  m_.count("api", "Sleep");
   m_.sleep(milliseconds);
 }
 
 std::int32_t SimBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) {
-  if (m_.fault("BroadcastSystemMessageW")) return -1;
   m_.world.broadcasts.push_back(BroadcastLog::of(flags, message, wParam, record));
   return 1;
 }
 
 std::optional<std::vector<std::uint32_t>> SimSystem::diskDriveSignatures() {
-  if (m_.fault("WmiQuery")) return std::nullopt;
-  if (m_.world.wmi.fails) return std::nullopt;
   std::vector<std::uint32_t> sig = m_.world.wmi.signatures;
   for (const SimDisk& d : m_.world.controller.disks)
     if (d.signature) sig.push_back(*d.signature);

@@ -164,7 +164,6 @@ std::optional<std::string> SimVolumes::volumeForDevicePath(World& w, const std::
 }
 
 std::uint32_t SimVolumes::logicalDrives() {
-  if (m_.fault("GetLogicalDrives")) return 0;
   std::uint32_t mask = 0;
   for (const Drive& d : m_.world.drives) {
     const char c = upperLetter(d.letter);
@@ -179,7 +178,6 @@ std::uint32_t SimVolumes::logicalDrives() {
 
 std::uint32_t SimVolumes::driveType(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
-  if (m_.fault("GetDriveTypeW", 0, root)) return drivetype::Unknown;
   std::optional<View> v = resolveRoot(m_.world, root);
   if (!v) return drivetype::NoRootDir;
   return v->type;
@@ -187,7 +185,6 @@ std::uint32_t SimVolumes::driveType(const std::wstring& wroot) {
 
 VolumeService::VolumeInfo SimVolumes::volumeInformation(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
-  if (auto e = m_.fault("GetVolumeInformationW", 0, root)) return {false, *e, L"", 0, L""};
   std::optional<View> v = resolveRoot(m_.world, root);
   if (!v || !v->volume.props.fileSystem || v->volume.props.offline.value_or(false))
     return {false, syserr::NotReady, L"", 0, L""};
@@ -197,7 +194,6 @@ VolumeService::VolumeInfo SimVolumes::volumeInformation(const std::wstring& wroo
 
 VolumeService::FreeSpace SimVolumes::diskFreeSpace(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
-  if (auto e = m_.fault("GetDiskFreeSpaceW", 0, root)) return {false, *e, 0, 0, 0, 0};
   std::optional<View> v = resolveRoot(m_.world, root);
   if (!v || !v->volume.props.fileSystem) return {false, syserr::NotReady, 0, 0, 0, 0};
   const VolumeProps& p = v->volume.props;
@@ -212,7 +208,6 @@ VolumeService::FreeSpace SimVolumes::diskFreeSpace(const std::wstring& wroot) {
 
 VolumeService::FreeSpaceEx SimVolumes::diskFreeSpaceEx(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
-  if (auto e = m_.fault("GetDiskFreeSpaceExW", 0, path)) return {false, *e, 0, 0, 0};
   std::optional<View> v = resolveRoot(m_.world, path);
   if (!v && path.size() >= 3 && path[1] == ':') v = resolveRoot(m_.world, path.substr(0, 3));
   if (!v || !v->volume.props.fileSystem) return {false, syserr::NotReady, 0, 0, 0};
@@ -224,7 +219,6 @@ VolumeService::FreeSpaceEx SimVolumes::diskFreeSpaceEx(const std::wstring& wpath
 
 VolumeService::Text SimVolumes::volumeNameForMountPoint(const std::wstring& wmp, std::uint32_t chars) {
   const std::string mp = toUtf8(wmp);
-  if (auto e = m_.fault("GetVolumeNameForVolumeMountPointW", 0, mp)) return {false, *e, L""};
   if (mp.empty() || mp.back() != '\\') return {false, syserr::InvalidParameter, L""};
   std::optional<View> v = resolveRoot(m_.world, mp);
   if (!v || !v->hasVolume || v->volume.name.empty()) return {false, syserr::FileNotFound, L""};
@@ -235,7 +229,6 @@ VolumeService::Text SimVolumes::volumeNameForMountPoint(const std::wstring& wmp,
 
 VolumeService::PathNames SimVolumes::volumePathNames(const std::wstring& wname, std::uint32_t chars) {
   const std::string name = toUtf8(wname);
-  if (auto e = m_.fault("GetVolumePathNamesForVolumeNameW", 0, name)) return {false, *e, {}, 0};
   Volume* v = findVolume(m_.world, name);
   if (!v) return {false, syserr::FileNotFound, {}, 0};
   std::vector<wchar_t> multi;
@@ -252,7 +245,6 @@ VolumeService::PathNames SimVolumes::volumePathNames(const std::wstring& wname, 
 
 SysStatus SimVolumes::setVolumeMountPoint(const std::wstring& wmp, const std::wstring& wname) {
   const std::string mp = toUtf8(wmp);
-  if (auto e = m_.fault("SetVolumeMountPointW", 0, mp)) return {false, *e};
   const std::string name = toUtf8(wname);
   if (mp.empty() || mp.back() != '\\' || name.empty() || name.back() != '\\') return {false, syserr::InvalidParameter};
   Volume* v = findVolume(m_.world, name);
@@ -279,7 +271,6 @@ SysStatus SimVolumes::setVolumeMountPoint(const std::wstring& wmp, const std::ws
 
 SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
   const std::string mp = toUtf8(wmp);
-  if (auto e = m_.fault("DeleteVolumeMountPointW", 0, mp)) return {false, *e};
   if (mp.empty() || mp.back() != '\\') return {false, syserr::InvalidParameter};
   const char letter = letterOf(mp);
   if (letter) {
@@ -311,7 +302,6 @@ SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
 
 SysStatus SimVolumes::setVolumeLabel(const std::wstring& wroot, const std::wstring* label) {
   const std::string root = toUtf8(wroot);
-  if (auto e = m_.fault("SetVolumeLabelW", 0, root)) return {false, *e};
   std::optional<View> view = resolveRoot(m_.world, root);
   if (!view || !view->hasVolume) return {false, syserr::FileNotFound};
   Volume* v = findVolume(m_.world, view->volume.name);

@@ -9,6 +9,24 @@ namespace vmd::sim {
 
 namespace {
 
+constexpr std::uint32_t kComFailed = 0x80004005u;  // E_FAIL, what CoInitialize answered for host.comFails
+
+FaultRule flagRule(const char* api, std::optional<std::string> path = std::nullopt, std::uint32_t error = 31) {
+  FaultRule r;
+  r.api = api;
+  r.path = std::move(path);
+  r.error = error;
+  return r;
+}
+
+// A rule as a state file writes it, for messages.
+std::string ruleText(const FaultRule& r) {
+  std::string t = "{\"api\": \"" + r.api + "\"";
+  if (r.path) t += ", \"path\": " + json(*r.path).dump();
+  if (r.error != 31) t += ", \"error\": \"" + hex32(r.error) + "\"";
+  return t + "}";
+}
+
 const char* const kTypeNames[] = {"unknown", "norootdir", "removable", "fixed", "remote", "cdrom", "ramdisk"};
 
 char upperLetter(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
@@ -312,21 +330,29 @@ void StateFile::read(Machine& m, const json& state) {
     if (s != 1 && s != 2) Fields::fail("schema", std::to_string(s) + " is not a schema this simulator reads (1 or 2)");
     schema = static_cast<int>(s);
   }
+  // Version 1's failure flags become the fault rules they stand for, after
+  // the file's own rules; version 2 has the rules alone.
+  std::vector<FaultRule> flagRules;
+  auto failureFlag = [&](Fields& f, const char* key, FaultRule rule) {
+    if (!f.has(key)) return;
+    if (schema >= 2) Fields::fail(f.place(key), "is not read in schema 2; write the rule " + ruleText(rule) + " in faults[] instead");
+    if (f.flag(key, false)) flagRules.push_back(std::move(rule));
+  };
   if (top.has("host")) {
     Fields f(top.raw("host"), "host");
     HostState& h = w.host;
     h.os = f.text("os", h.os);
     h.administrator = f.flag("administrator", h.administrator);
     h.instanceRunning = f.flag("instanceRunning", h.instanceRunning);
-    h.frameworkFails = f.flag("frameworkFails", h.frameworkFails);
-    h.comFails = f.flag("comFails", h.comFails);
+    failureFlag(f, "frameworkFails", flagRule(calls::kInitFramework));
+    failureFlag(f, "comFails", flagRule(calls::kCoInitialize, std::nullopt, kComFailed));
     h.windowsDirectory = f.text("windowsDirectory", h.windowsDirectory);
     h.autoMount = f.flag("autoMount", h.autoMount);
     if (f.has("memory")) {
       Fields mem(f.raw("memory"), "host.memory");
       h.totalPhys = mem.u64("totalPhys", h.totalPhys);
       h.availPhys = mem.u64("availPhys", h.availPhys);
-      h.memoryFails = mem.flag("fails", h.memoryFails);
+      failureFlag(mem, "fails", flagRule(calls::kGlobalMemoryStatusEx));
       mem.done();
     }
     f.done();
@@ -436,14 +462,14 @@ void StateFile::read(Machine& m, const json& state) {
         im.done();
         e.image = d;
       }
-      e.readFails = f.flag("readFails", false);
+      failureFlag(f, "readFails", flagRule(calls::kReadFile, e.path));
       f.done();
       w.files.push_back(e);
     }
   }
   if (top.has("wmi")) {
     Fields f(top.raw("wmi"), "wmi");
-    w.wmi.fails = f.flag("fails", false);
+    failureFlag(f, "fails", flagRule(calls::kWmiQuery));
     if (f.has("signatures")) {
       const json& s = f.raw("signatures");
       if (!s.is_array()) Fields::fail("wmi.signatures", "is not a list");
@@ -462,6 +488,9 @@ void StateFile::read(Machine& m, const json& state) {
       FaultRule r;
       r.api = f.text("api", "");
       if (r.api.empty()) Fields::fail(f.place("api"), "a fault rule needs the call it fails");
+      const std::optional<std::string> call = calls::failableCall(r.api);
+      if (!call) Fields::fail(f.place("api"), "\"" + r.api + "\" is not a call a rule can fail (docs/simulator.md)");
+      r.api = *call;
       if (f.has("code")) {
         const json& c = f.raw("code");
         const std::optional<std::uint32_t> code =
@@ -477,6 +506,7 @@ void StateFile::read(Machine& m, const json& state) {
       w.faults.push_back(r);
     }
   }
+  w.faults.insert(w.faults.end(), flagRules.begin(), flagRules.end());
   if (top.has("broadcasts")) {
     const json& list = top.raw("broadcasts");
     if (!list.is_array()) Fields::fail("broadcasts", "is not a list");
@@ -522,12 +552,9 @@ json StateFile::write(const Machine& m) {
   s["host"] = {{"os", h.os},
                {"administrator", h.administrator},
                {"instanceRunning", h.instanceRunning},
-               {"frameworkFails", h.frameworkFails},
-               {"comFails", h.comFails},
                {"windowsDirectory", h.windowsDirectory},
                {"memory", {{"totalPhys", h.totalPhys}, {"availPhys", h.availPhys}}},
                {"autoMount", h.autoMount}};
-  if (h.memoryFails) s["host"]["memory"]["fails"] = true;
   s["clock"] = {{"fileTime", w.clock.fileTime}, {"elapsedMs", w.clock.elapsedMs}};
   s["controller"] = writeController(w.controller, m.diskSource_);
   // A present disk without a volume says so, so that reading it again does not derive one.
@@ -565,11 +592,10 @@ json StateFile::write(const Machine& m) {
     if (f.directory) j["directory"] = true;
     if (f.head) j["head"] = toHex(*f.head);
     if (f.image) j["image"] = {{"format", f.image->format}, {"diskSize", f.image->diskSize}, {"level", f.image->level}};
-    if (f.readFails) j["readFails"] = true;
     files.push_back(j);
   }
   s["files"] = files;
-  s["wmi"] = {{"fails", w.wmi.fails}, {"signatures", w.wmi.signatures}};
+  s["wmi"] = {{"signatures", w.wmi.signatures}};
   json faults = json::array();
   for (const FaultRule& r : w.faults) {
     json j = {{"api", r.api}};

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sim/controller_state.h"
+#include "sim/fault_layer.h"
 
 namespace vmd::sim {
 
@@ -19,12 +20,9 @@ struct HostState {
   std::string os = "Windows 10 x64";
   bool administrator = true;
   bool instanceRunning = false;
-  bool frameworkFails = false;
-  bool comFails = false;
   std::string windowsDirectory = "C:\\Windows";
   std::uint64_t totalPhys = 17179869184ull;
   std::uint64_t availPhys = 12884901888ull;
-  bool memoryFails = false;
   bool autoMount = true;  // the mount-point manager mounts new volumes
 };
 
@@ -92,20 +90,10 @@ struct FileEntry {
   bool directory = false;
   std::optional<ByteString> head;
   std::optional<ImageDescription> image;
-  bool readFails = false;
 };
 
 struct WmiState {
-  bool fails = false;
   std::vector<std::uint32_t> signatures;
-};
-
-struct FaultRule {
-  std::string api;
-  std::optional<std::uint32_t> code;
-  std::optional<std::string> path;
-  std::optional<std::uint32_t> nth;
-  std::uint32_t error = 31;
 };
 
 struct BroadcastLog {

@@ -1,0 +1,271 @@
+// The fault layer: decorators around the platform services that count every
+// call and fail the ones a rule chooses, before the call reaches the service
+// they wrap. They wrap any implementation (the simulated machine's, or the
+// Win32 services in a test), so the wrapped services hold behaviour only.
+// The call names are the table below; docs/simulator.md lists them.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace vmd::sim {
+
+// The names of the calls, as fault rules and stats.api spell them.
+namespace calls {
+inline constexpr const char* kInitFramework = "InitFramework";
+inline constexpr const char* kCreateMutexW = "CreateMutexW";
+inline constexpr const char* kGetTokenInformation = "GetTokenInformation";
+inline constexpr const char* kCoInitialize = "CoInitialize";
+inline constexpr const char* kCoUninitialize = "CoUninitialize";
+inline constexpr const char* kSetupDiGetClassDevsW = "SetupDiGetClassDevsW";
+inline constexpr const char* kSetupDiEnumDeviceInterfaces = "SetupDiEnumDeviceInterfaces";
+inline constexpr const char* kCreateFileW = "CreateFileW";
+inline constexpr const char* kDeviceIoControl = "DeviceIoControl";
+inline constexpr const char* kFlushFileBuffers = "FlushFileBuffers";
+inline constexpr const char* kGetLogicalDrives = "GetLogicalDrives";
+inline constexpr const char* kGetDriveTypeW = "GetDriveTypeW";
+inline constexpr const char* kGetVolumeInformationW = "GetVolumeInformationW";
+inline constexpr const char* kGetDiskFreeSpaceW = "GetDiskFreeSpaceW";
+inline constexpr const char* kGetDiskFreeSpaceExW = "GetDiskFreeSpaceExW";
+inline constexpr const char* kGetVolumeNameForVolumeMountPointW = "GetVolumeNameForVolumeMountPointW";
+inline constexpr const char* kGetVolumePathNamesForVolumeNameW = "GetVolumePathNamesForVolumeNameW";
+inline constexpr const char* kSetVolumeMountPointW = "SetVolumeMountPointW";
+inline constexpr const char* kDeleteVolumeMountPointW = "DeleteVolumeMountPointW";
+inline constexpr const char* kSetVolumeLabelW = "SetVolumeLabelW";
+inline constexpr const char* kGetFileAttributesW = "GetFileAttributesW";
+inline constexpr const char* kGetFileSize = "GetFileSize";
+inline constexpr const char* kReadFile = "ReadFile";
+inline constexpr const char* kWriteFile = "WriteFile";
+inline constexpr const char* kRegQueryValueExW = "RegQueryValueExW";
+inline constexpr const char* kRegOpenKeyExW = "RegOpenKeyExW";
+inline constexpr const char* kRegEnumValueW = "RegEnumValueW";
+inline constexpr const char* kRegDeleteValueW = "RegDeleteValueW";
+inline constexpr const char* kRegSetValueExW = "RegSetValueExW";
+inline constexpr const char* kGlobalMemoryStatusEx = "GlobalMemoryStatusEx";
+inline constexpr const char* kGetSystemWindowsDirectoryW = "GetSystemWindowsDirectoryW";
+inline constexpr const char* kWmiQuery = "WmiQuery";
+inline constexpr const char* kBroadcastSystemMessageW = "BroadcastSystemMessageW";
+inline constexpr const char* kSleep = "Sleep";
+
+// Every call a rule may fail (the others are only counted).
+inline constexpr const char* kFailable[] = {
+    kInitFramework, kCreateMutexW, kGetTokenInformation, kCoInitialize, kSetupDiGetClassDevsW, kCreateFileW,
+    kDeviceIoControl, kFlushFileBuffers, kGetLogicalDrives, kGetDriveTypeW, kGetVolumeInformationW,
+    kGetDiskFreeSpaceW, kGetDiskFreeSpaceExW, kGetVolumeNameForVolumeMountPointW,
+    kGetVolumePathNamesForVolumeNameW, kSetVolumeMountPointW, kDeleteVolumeMountPointW, kSetVolumeLabelW,
+    kGetFileAttributesW, kGetFileSize, kReadFile, kWriteFile, kRegQueryValueExW, kRegOpenKeyExW, kRegEnumValueW,
+    kRegDeleteValueW, kRegSetValueExW, kGlobalMemoryStatusEx, kGetSystemWindowsDirectoryW, kWmiQuery,
+    kBroadcastSystemMessageW};
+
+// The table's own spelling of a call name, matched without regard to case;
+// nothing for a name the table does not hold.
+std::optional<std::string> failableCall(const std::string& name);
+}  // namespace calls
+
+// One rule: fails the calls named `api`, of control code `code` and about
+// `path` (case-insensitive) when given; with `nth`, only the n-th of them.
+struct FaultRule {
+  std::string api;
+  std::optional<std::uint32_t> code;
+  std::optional<std::string> path;
+  std::optional<std::uint32_t> nth;
+  std::uint32_t error = 31;
+};
+
+// Matches calls against rules and keeps how often each rule has matched.
+class RuleMatcher {
+ public:
+  // The error of the first rule that fails this call. Every rule that
+  // matches api, code and path counts the call towards its `nth`.
+  std::optional<std::uint32_t> match(const std::vector<FaultRule>& rules, std::string_view api, std::uint32_t code,
+                                     const std::string& path);
+  void reset() { seen_.clear(); }
+
+ private:
+  std::map<std::size_t, std::uint32_t> seen_;
+};
+
+// What the fault layer reports to and asks of: the simulated machine, or a
+// plain list of rules around other services.
+class CallLog {
+ public:
+  virtual ~CallLog() = default;
+  // A call is about to be made: counts it under stats.api and returns the
+  // error a rule injects, if any. `code` is the control code (0 for none),
+  // `path` what the call is about.
+  virtual std::optional<std::uint32_t> enter(std::string_view api, std::uint32_t code, const std::string& path) = 0;
+  // Counters and last values of what the program asked (opens, requests, ...).
+  virtual void count(const std::string& group, const std::string& key) = 0;
+  virtual void note(const std::string& group, const std::string& key, const std::string& value) = 0;
+};
+
+// A CallLog over a list of rules alone, e.g. around the Win32 services.
+class RuleLog : public CallLog {
+ public:
+  explicit RuleLog(std::vector<FaultRule> rules = {}) : rules(std::move(rules)) {}
+  std::optional<std::uint32_t> enter(std::string_view api, std::uint32_t code, const std::string& path) override;
+  void count(const std::string& group, const std::string& key) override { ++counts[group][key]; }
+  void note(const std::string& group, const std::string& key, const std::string& value) override {
+    notes[group][key] = value;
+  }
+
+  std::vector<FaultRule> rules;
+  std::map<std::string, std::map<std::string, std::uint32_t>> counts;
+  std::map<std::string, std::map<std::string, std::string>> notes;
+
+ private:
+  RuleMatcher matcher_;
+};
+
+class FaultInjectingProcess : public ProcessEnvironment {
+ public:
+  FaultInjectingProcess(ProcessEnvironment& inner, CallLog& log) : inner_(inner), log_(log) {}
+  bool initFramework() override;
+  MutexResult createInstanceMutex(const std::wstring& name) override;
+  bool tokenHasAdministrators() override;
+  // An injected error with its top bit set is the HRESULT itself; any other
+  // is a system error code, returned as HRESULT_FROM_WIN32.
+  std::int32_t comInitialize() override;
+  void comUninitialize() override;
+
+ private:
+  ProcessEnvironment& inner_;
+  CallLog& log_;
+};
+
+class FaultInjectingSetup : public DeviceSetup {
+ public:
+  FaultInjectingSetup(DeviceSetup& inner, CallLog& log) : inner_(inner), log_(log) {}
+  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override;
+
+ private:
+  DeviceSetup& inner_;
+  CallLog& log_;
+};
+
+// Keeps the path of every handle it opened: a request's rule is matched
+// against the path its handle was opened with. Opens, closes, flushes,
+// requests and their sizes are counted by path and by code name.
+class FaultInjectingDeviceIo : public DeviceIo {
+ public:
+  FaultInjectingDeviceIo(DeviceIo& inner, CallLog& log) : inner_(inner), log_(log) {}
+  OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
+                  std::uint32_t flags) override;
+  ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                        std::uint32_t outSize) override;
+  Status flush(Handle h) override;
+  void close(Handle h) override;
+
+  // Handles opened through this layer and not closed yet (a leak when a run
+  // ends with any).
+  std::size_t openHandles() const { return paths_.size(); }
+
+ private:
+  DeviceIo& inner_;
+  CallLog& log_;
+  std::map<Handle, std::string> paths_;
+};
+
+class FaultInjectingVolumes : public VolumeService {
+ public:
+  FaultInjectingVolumes(VolumeService& inner, CallLog& log) : inner_(inner), log_(log) {}
+  std::uint32_t logicalDrives() override;
+  std::uint32_t driveType(const std::wstring& root) override;
+  VolumeInfo volumeInformation(const std::wstring& root) override;
+  FreeSpace diskFreeSpace(const std::wstring& root) override;
+  FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) override;
+  Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override;
+  PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override;
+  SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override;
+  SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) override;
+  SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override;
+
+ private:
+  VolumeService& inner_;
+  CallLog& log_;
+};
+
+class FaultInjectingFiles : public FileService {
+ public:
+  FaultInjectingFiles(FileService& inner, CallLog& log) : inner_(inner), log_(log) {}
+  std::uint32_t attributes(const std::wstring& path) override;
+  Size fileSize(const std::wstring& path) override;
+  std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
+  // A rule on CreateFileW answers 110 and leaves the file alone; one on
+  // WriteFile leaves the file created empty and answers 29.
+  std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override;
+  // Asks what GetFileAttributesW asks, so its rules fail this call too.
+  bool pathIsDirectory(const std::wstring& path) override;
+
+ private:
+  FileService& inner_;
+  CallLog& log_;
+};
+
+// Keys opened for writing come back wrapped too: their values' calls are
+// matched against `<key>` (enumeration) or `<key>\<value>`.
+class FaultInjectingRegistry : public Registry {
+ public:
+  FaultInjectingRegistry(Registry& inner, CallLog& log) : inner_(inner), log_(log) {}
+  std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
+  std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) override;
+
+ private:
+  Registry& inner_;
+  CallLog& log_;
+};
+
+class FaultInjectingSystem : public SystemInfo {
+ public:
+  FaultInjectingSystem(SystemInfo& inner, CallLog& log) : inner_(inner), log_(log) {}
+  std::optional<Memory> memoryStatus() override;
+  std::optional<std::wstring> windowsDirectory() override;
+  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override;
+
+ private:
+  SystemInfo& inner_;
+  CallLog& log_;
+};
+
+// The clock cannot fail: sleeping is only counted.
+class FaultInjectingClock : public Clock {
+ public:
+  FaultInjectingClock(Clock& inner, CallLog& log) : inner_(inner), log_(log) {}
+  SystemTime systemTime() override { return inner_.systemTime(); }
+  std::uint64_t systemTimeAsFileTime() override { return inner_.systemTimeAsFileTime(); }
+  void sleep(std::uint32_t milliseconds) override;
+
+ private:
+  Clock& inner_;
+  CallLog& log_;
+};
+
+class FaultInjectingBroadcast : public DeviceBroadcast {
+ public:
+  FaultInjectingBroadcast(DeviceBroadcast& inner, CallLog& log) : inner_(inner), log_(log) {}
+  std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                         const Bytes& record) override;
+
+ private:
+  DeviceBroadcast& inner_;
+  CallLog& log_;
+};
+
+std::string hex32(std::uint32_t v);  // "0x%08x"-style lower case, e.g. "0x00046024"
+
+// The readable name of a control code ("QueryDiskInfo", "FSCTL_LOCK_VOLUME"),
+// or its hex form when it has none; and back (a name or a number).
+std::string codeName(std::uint32_t code);
+std::optional<std::uint32_t> codeFromName(const std::string& name);
+
+std::string lowerAscii(std::string s);
+bool sameNoCase(const std::string& a, const std::string& b);
+
+}  // namespace vmd::sim
