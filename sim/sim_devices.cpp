@@ -5,6 +5,7 @@
 #include "base/text_codec.h"
 #include "controller/codes.h"
 #include "platform/platform.h"
+#include "sim/sim_services.h"
 #include "sim/sim_volumes.h"
 
 namespace vmd::sim {
@@ -86,6 +87,8 @@ DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t 
       if (v.disk && *v.disk == d->index && d->directIo) o.volume = v.name;
   } else if (lp == "\\\\.\\mountpointmanager") {
     o.kind = Kind::MountManager;
+  } else if (const FileEntry* f = SimFiles::findFile(m_.world, path); f && !f->directory) {
+    o.kind = Kind::File;
   } else {
     std::optional<std::string> vol = SimVolumes::volumeForDevicePath(m_.world, path);
     if (!vol) return {Invalid, syserr::FileNotFound};
@@ -128,6 +131,7 @@ DeviceIo::ControlResult SimDeviceIo::control(Handle h, std::uint32_t code, const
         return {true, 0, 0};
       }
       return {false, 0, syserr::InvalidFunction};
+    case Kind::File:  // a file is no device
     case Kind::Controller:
       break;
   }
@@ -208,6 +212,7 @@ DeviceIo::ControlResult SimDeviceIo::volumeControl(Opened& o, std::uint32_t code
 DeviceIo::Status SimDeviceIo::flush(Handle h) {
   auto it = open_.find(h);
   if (it == open_.end()) return {false, syserr::InvalidHandle};
+  if (!(it->second.access & GenericWrite)) return {false, syserr::AccessDenied};
   return {true, 0};
 }
 

@@ -50,7 +50,9 @@ class SimDeviceIo : public DeviceIo {
   // Handles still open (a leak when the run ends with any).
   std::size_t openHandles() const { return open_.size(); }
 
-  enum class Kind { Controller, DiskDevice, Volume, MountManager };
+  bool isOpen(Handle h) const { return open_.count(h) != 0; }
+
+  enum class Kind { Controller, DiskDevice, Volume, MountManager, File };
   struct Opened {
     Kind kind;
     std::string path;  // UTF-8, as opened

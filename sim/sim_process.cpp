@@ -7,7 +7,8 @@ namespace vmd::sim {
 bool SimProcess::initFramework() { return true; }
 
 ProcessEnvironment::MutexResult SimProcess::createInstanceMutex(const std::wstring& name) {
-  if (m_.world.host.instanceRunning) return {true, 183};
+  // Another instance, or a mutex of that name created earlier in this run.
+  if (m_.world.host.instanceRunning || !mutexes_.insert(lowerAscii(toUtf8(name))).second) return {true, 183};
   return {true, 0};
 }
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdio>
+#include <set>
+#include <string>
 
 #include "platform/platform.h"
 #include "sim/machine.h"
@@ -20,6 +22,7 @@ class SimProcess : public ProcessEnvironment {
 
  private:
   Machine& m_;
+  std::set<std::string> mutexes_;
 };
 
 // Keys are read from standard input, one character (UTF-8) per key; the end

@@ -194,7 +194,8 @@ std::optional<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, co
   if (!k) return std::nullopt;
   for (const RegValue& v : k->values)
     if (sameNoCase(v.name, value)) {
-      if (v.type != kRegDword || v.data.size() != 4) return std::nullopt;
+      // Any type of 4 bytes reads, as RegQueryValueExW into a DWORD does.
+      if (v.data.size() != 4) return std::nullopt;
       return le32(v.data.data());
     }
   return std::nullopt;
@@ -258,6 +259,8 @@ void SimClock::sleep(std::uint32_t milliseconds) {
 }
 
 std::int32_t SimBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) {
+  constexpr std::uint32_t kKnownFlags = 0x7FF;  // BSF_QUERY .. BSF_LUID
+  if (flags & ~kKnownFlags) return -1;
   m_.world.broadcasts.push_back(BroadcastLog::of(flags, message, wParam, record));
   return 1;
 }
