@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: unit tests, scenarios on the
-# simulated machine, fuzz runs, and the Windows builds under Wine.
+# simulated machine, fuzz runs, the Windows builds and the release package
+# under Wine, and the unit and scenario tiers again with the sanitizers.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -8,6 +9,8 @@ jobs="${JOBS:-2}"
 
 cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdctl_unit_tests vmdtestctl
+# The release zip (cmake/package.cmake), which the Wine tier unpacks and checks.
+cmake --build build/win -j"$jobs" --target release
 
 # The Linux side is built with clang so that the fuzz targets (libFuzzer)
 # build in the same tree and run as tests beside the others.
@@ -15,5 +18,15 @@ CXX=clang++ cmake -S . -B build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVMDCTL_
   -DVMDCTL_WIN_BUILD_DIR="$PWD/build/win" >/dev/null
 cmake --build build/test -j"$jobs"
 
-cd build/test
-ctest -j"$jobs" --output-on-failure --timeout 300
+status=0
+(cd build/test && ctest -j"$jobs" --output-on-failure --timeout 300) || status=1
+
+# --- The unit and scenario tiers again, built with AddressSanitizer and
+# UndefinedBehaviorSanitizer: any finding ends that test with a failure.
+sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
+CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS="$sanitize" \
+  -DCMAKE_EXE_LINKER_FLAGS="$sanitize" >/dev/null
+cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim
+(cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest -j"$jobs" --output-on-failure --timeout 300 -R '^(unit|scenario)\.') || status=1
+exit $status
