@@ -62,6 +62,13 @@ if(VMDCTL_WIN_BUILD_DIR)
     # Inside the prefix fixture, so that wine.stop never ends the server under it.
     set_tests_properties(wine.${name} PROPERTIES FIXTURES_REQUIRED wineprefix)
   endforeach()
+  # The release package and the console text run the real vmdctl.exe, one
+  # instance at a time like the cases above.
+  foreach(chk check_package check_console_text)
+    if(TEST wine.${chk})
+      set_tests_properties(wine.${chk} PROPERTIES RESOURCE_LOCK vmdctl_instance TIMEOUT 600)
+    endif()
+  endforeach()
 endif()
 
 # --- The real vmdctl.exe against the test controller driver (tests/wine/driver):
