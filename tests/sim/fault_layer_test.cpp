@@ -72,7 +72,7 @@ TEST(FaultLayer, FailedWriteLeavesTheFileCreatedEmpty) {
 }
 
 TEST(FaultLayer, SimulatedCallsFailInTheirOwnShape) {
-  Rig rig({{"faults",
+  Rig rig(json::object({{"faults",
             {{{"api", "GetLogicalDrives"}},
              {{"api", "GetDriveTypeW"}},
              {{"api", "GetVolumeInformationW"}, {"error", 21}},
@@ -84,7 +84,7 @@ TEST(FaultLayer, SimulatedCallsFailInTheirOwnShape) {
              {{"api", "BroadcastSystemMessageW"}},
              {{"api", "CoInitialize"}, {"error", 5}},
              {{"api", "CreateMutexW"}, {"error", 5}},
-             {{"api", "SetupDiGetClassDevsW"}}}}});
+             {{"api", "SetupDiGetClassDevsW"}}}}}));
   SimPlatform& sim = rig.sim;
   EXPECT_EQ(sim.volumes.logicalDrives(), 0u);
   EXPECT_EQ(sim.volumes.driveType(L"C:\\"), drivetype::Unknown);
@@ -110,10 +110,10 @@ TEST(FaultLayer, SimulatedCallsFailInTheirOwnShape) {
 }
 
 TEST(FaultLayer, DeviceCallsFailInTheirOwnShape) {
-  Rig rig({{"faults",
+  Rig rig(json::object({{"faults",
             {{{"api", "CreateFileW"}, {"path", "\\\\.\\D:"}, {"error", 5}},
              {{"api", "FlushFileBuffers"}, {"error", 29}},
-             {{"api", "DeviceIoControl"}, {"code", "FSCTL_LOCK_VOLUME"}, {"error", 0}}}}});
+             {{"api", "DeviceIoControl"}, {"code", "FSCTL_LOCK_VOLUME"}, {"error", 0}}}}}));
   const DeviceIo::OpenResult refused = rig.sim.io.open(L"\\\\.\\D:", 0xC0000000u, 3, 3, 0);
   EXPECT_EQ(refused.handle, DeviceIo::Invalid);
   EXPECT_EQ(refused.error, 5u);
@@ -131,7 +131,7 @@ TEST(FaultLayer, DeviceCallsFailInTheirOwnShape) {
 }
 
 TEST(FaultLayer, RegistryKeyCallsAreMatchedByKeyAndValue) {
-  Rig rig({{"faults", {{{"api", "RegDeleteValueW"}, {"path", "system\\mounteddevices\\\\DosDevices\\K:"}, {"error", 5}}}}});
+  Rig rig(json::object({{"faults", {{{"api", "RegDeleteValueW"}, {"path", "system\\mounteddevices\\\\DosDevices\\K:"}, {"error", 5}}}}}));
   std::uint32_t error = 1;
   std::unique_ptr<Registry::Key> key = rig.sim.registry.openForWrite(L"SYSTEM\\MountedDevices", error);
   ASSERT_NE(key, nullptr);
@@ -155,7 +155,7 @@ TEST(FaultLayer, NthCountsEachRuleOnItsOwn) {
 }
 
 TEST(FaultLayer, NthCountsOnlyTheCallsTheRuleMatches) {
-  Rig rig({{"faults", {{{"api", "GetVolumeInformationW"}, {"path", "C:\\"}, {"nth", 2}, {"error", 21}}}}});
+  Rig rig(json::object({{"faults", {{{"api", "GetVolumeInformationW"}, {"path", "C:\\"}, {"nth", 2}, {"error", 21}}}}}));
   EXPECT_TRUE(rig.sim.volumes.volumeInformation(L"C:\\").ok);
   EXPECT_FALSE(rig.sim.volumes.volumeInformation(L"Q:\\").ok);  // no such drive, not this rule's
   EXPECT_EQ(rig.sim.volumes.volumeInformation(L"C:\\").error, 21u);
@@ -163,7 +163,7 @@ TEST(FaultLayer, NthCountsOnlyTheCallsTheRuleMatches) {
 }
 
 TEST(FaultLayer, PathRuleMatchesWhateverTheCase) {
-  Rig rig({{"faults", {{{"api", "GetVolumeInformationW"}, {"path", "c:\\"}, {"error", 21}}}}});
+  Rig rig(json::object({{"faults", {{{"api", "GetVolumeInformationW"}, {"path", "c:\\"}, {"error", 21}}}}}));
   EXPECT_EQ(rig.sim.volumes.volumeInformation(L"C:\\").error, 21u);
   CountingFiles files;
   RuleLog log({rule(calls::kGetFileSize, "C:\\Images\\Disk.IMG", 2)});
@@ -173,8 +173,8 @@ TEST(FaultLayer, PathRuleMatchesWhateverTheCase) {
 }
 
 TEST(FaultLayer, OneRuleFailsAControlCodeThroughThePlatformAndAtTheControllerEntry) {
-  Rig rig({{"faults", {{{"api", "DeviceIoControl"}, {"code", "QueryDiskInfo"}, {"error", 1117}}}},
-           {"controller", {{"disks", {{{"index", 1}}}}}}});
+  Rig rig(json::object({{"faults", {{{"api", "DeviceIoControl"}, {"code", "QueryDiskInfo"}, {"error", 1117}}}},
+           {"controller", {{"disks", {{{"index", 1}}}}}}}));
   const Rig::Result through = rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32);
   EXPECT_FALSE(through.ok);
   EXPECT_EQ(through.error, 1117u);
