@@ -4,7 +4,7 @@
 #include <new>
 
 #include "commands/commands.h"
-#include "commands/disk_volumes.h"
+#include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "settings/creation_record.h"
 #include "settings/disk_options.h"

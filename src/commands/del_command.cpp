@@ -1,7 +1,7 @@
 // del <index> [-g] [-s]: dismounts the disk's volumes, has the controller
 // remove the disk (saving its image first unless -g), and waits until it is gone.
 #include "commands/commands.h"
-#include "commands/disk_volumes.h"
+#include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "controller/inventory.h"
 
@@ -36,11 +36,9 @@ DelOptions parseDelOptions(App& app, int argc, wchar_t** argv) {
 }  // namespace
 
 CommandResult delCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
-  if (argc < 1) return InvalidUse;
   DiskInventory inventory(app);
   DiskInfo info;
-  if (const CommandResult r = inventory.resolveDiskIndex(argv, info); r != Success) return r;
+  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
   const int index = static_cast<int>(info.number);
 
   VolumeContext ctx = makeVolumeContext(app);

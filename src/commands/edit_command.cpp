@@ -8,7 +8,7 @@
 #include "base/bytes.h"
 #include "base/format.h"
 #include "commands/commands.h"
-#include "commands/disk_volumes.h"
+#include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "controller/inventory.h"
 #include "settings/creation_record.h"
@@ -55,11 +55,9 @@ void applyImageSettingsNow(App& app, std::uint8_t index, const Bytes& newRecord,
 }  // namespace
 
 CommandResult editCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
-  if (argc < 1) return InvalidUse;
   DiskInventory inventory(app);
   DiskInfo info;
-  if (const CommandResult r = inventory.resolveDiskIndex(argv, info); r != Success) return r;
+  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
   const std::uint8_t index = info.number;
 
   std::optional<Bytes> oldRecord = ReadDiskSettingsRecord(app, index);

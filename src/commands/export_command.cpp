@@ -3,6 +3,7 @@
 // the same settings can be made again. Changes nothing on the machine.
 #include "base/bytes.h"
 #include "commands/commands.h"
+#include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "controller/inventory.h"
 #include "settings/descriptor_file.h"
@@ -60,11 +61,9 @@ std::uint16_t descriptorLetter(DiskInventory& inventory, const DiskInfo& info, c
 }  // namespace
 
 CommandResult exportCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
-  if (argc < 1) return InvalidUse;
   DiskInventory inventory(app);
   DiskInfo info;
-  if (const CommandResult r = inventory.resolveDiskIndex(argv, info); r != Success) return r;
+  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
   const int index = static_cast<int>(info.number);
 
   const ExportOptions options = parseExportOptions(app, argc - 1, argv + 1);

@@ -3,7 +3,7 @@
 // the one the volume carries now. The volume is locked and dismounted around
 // the request.
 #include "commands/commands.h"
-#include "commands/disk_volumes.h"
+#include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "controller/inventory.h"
 #include "settings/format_spec.h"
@@ -39,11 +39,9 @@ bool ReinitializeDisk(CQnIoCtrl& controller, std::uint8_t index, const Bytes& sp
 }  // namespace
 
 CommandResult initCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
-  if (argc < 1) return InvalidUse;
   DiskInventory inventory(app);
   DiskInfo info;
-  if (const CommandResult r = inventory.resolveDiskIndex(argv, info); r != Success) return r;
+  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
   const int index = static_cast<int>(info.number);
 
   VolumeContext ctx = makeVolumeContext(app);

@@ -10,6 +10,7 @@
 #include "base/decimal.h"
 #include "base/text_codec.h"
 #include "commands/commands.h"
+#include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "controller/inventory.h"
 #include "settings/disk_settings.h"
@@ -120,11 +121,9 @@ Bytes BuildSaveImageRequest(std::uint8_t index, const Bytes& record) {
 }
 
 CommandResult saveCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
-  if (argc < 1) return InvalidUse;
   DiskInventory inventory(app);
   DiskInfo info;
-  if (const CommandResult r = inventory.resolveDiskIndex(argv, info); r != Success) return r;
+  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
   const int index = static_cast<int>(info.number);
 
   const std::optional<DiskStatus> status = QueryDiskStatus(app.controller, info.number);

@@ -3,6 +3,7 @@
 #include "commands/view_command.h"
 
 #include "commands/commands.h"
+#include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "controller/inventory.h"
 #include "settings/image_file.h"
@@ -88,11 +89,9 @@ CommandResult PrintDiskStatus(App& app, DiskInventory& inventory, const DiskInfo
 }
 
 CommandResult viewCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
-  if (argc < 1) return InvalidUse;
   DiskInventory inventory(app);
   DiskInfo disk;
-  if (const CommandResult r = inventory.resolveDiskIndex(argv, disk); r != Success) return r;
+  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, disk); r != Success) return r;
 
   const std::optional<Bytes> record = ReadDiskSettingsRecord(app, disk.number);
   if (!record) {

@@ -1,6 +1,14 @@
-#include "commands/disk_volumes.h"
+#include "commands/disk_commands.h"
+
+#include "controller/controller.h"
 
 namespace vmd {
+
+CommandResult openDiskCommand(App& app, int argc, wchar_t** argv, DiskInventory& inventory, DiskInfo& info) {
+  if (!checkSession(app)) return Failed;
+  if (argc < 1) return InvalidUse;
+  return inventory.resolveDiskIndex(argv, info);
+}
 
 VolumeContext makeVolumeContext(App& app) {
   Output& io = app.io;
