@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ostream>
 
 #include "platform/contract_checks.h"
 #include "platform/host.h"
@@ -12,6 +13,10 @@
 #include "support/fakes.h"
 
 namespace vmd::contract {
+
+// Test lists show a check by its name.
+void PrintTo(const Check& check, std::ostream* os) { *os << check.name; }
+
 namespace {
 
 using sim::Machine;
