@@ -16,6 +16,9 @@ namespace vmd::sim::test {
 
 struct Rig {
   explicit Rig(json state = json::object()) : machine(withSchema(std::move(state))), sim(machine, streams, catalog, nullptr) {}
+  // A state written in braces: GCC would otherwise weigh it against the
+  // copy and move constructors and find the call ambiguous.
+  explicit Rig(json::initializer_list_t state) : Rig(json(state)) {}
 
   static json withSchema(json s) {
     if (!s.contains("schema")) s["schema"] = 2;
