@@ -153,8 +153,9 @@ std::wstring AddCommandLine(const DiskSettings& s, wchar_t letter) {
         add(line, L"-K", format(L"%u", s.timingSaveMinutes));
     }
   }
-  if (!s.numaNodeMasks.empty() && s.numaNodeMasks.front() != 0)
-    add(line, L"-e", nodeList(s.numaNodeMasks.front()));
+  // A mask of no node is written too (as an empty list), so the disk made by
+  // the line carries the same record.
+  if (!s.numaNodeMasks.empty()) add(line, L"-e", nodeList(s.numaNodeMasks.front()));
 
   std::wstring text = L"vmdctl add";
   for (const std::wstring& a : line) text += L" " + QuoteArgument(a);
