@@ -21,6 +21,13 @@ run view 5
 run im
 run mem
 run view 9
+# A disk's life: created, listed, changed, exported, read back, removed.
+run add -n 512 -d T -l SCRATCH -s
+run ls
+run edit 0 -l WORK -s
+run export 0 -f 'C:\work.vdd' -s
+run del 0 -s
+run ls
 run ? view
 echo
 echo "The simulated machine is in $VMDCTL_SIM_STATE; try more with:"
