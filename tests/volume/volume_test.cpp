@@ -52,7 +52,6 @@ class RecordingIo : public DeviceIo {
   std::map<Handle, std::string> paths_;
 };
 
-constexpr char kController[] = "\\\\?\\root#scsiadapter#0000#{48fa1fe0-7189-432a-9fd4-9db766b64b31}";
 
 // A machine, the program's controller object on a recording device layer,
 // and the volume services over both.
