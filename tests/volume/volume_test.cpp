@@ -52,7 +52,6 @@ class RecordingIo : public DeviceIo {
   std::map<Handle, std::string> paths_;
 };
 
-
 // A machine, the program's controller object on a recording device layer,
 // and the volume services over both.
 class World {
