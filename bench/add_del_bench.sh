@@ -10,10 +10,11 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-# Default: the optimised simulator that tools/test.sh or tools/try.sh built.
+# Default: the plain simulator that tools/try.sh built (tools/test.sh builds
+# one with sanitizers, which is slower), else that one.
 sim=${1:-}
 if [ -z "$sim" ]; then
-  for candidate in "$here/../build/test/vmdctl-sim" "$here/../build/linux/vmdctl-sim"; do
+  for candidate in "$here/../build/linux/vmdctl-sim" "$here/../build/test/vmdctl-sim"; do
     if [ -x "$candidate" ]; then sim=$candidate; break; fi
   done
 fi
