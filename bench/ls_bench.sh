@@ -8,8 +8,7 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-# Default: the plain simulator that tools/try.sh built (tools/test.sh builds
-# one with sanitizers, which is slower), else that one.
+# Default: the simulator that tools/try.sh built, else the one of tools/test.sh.
 sim=${1:-}
 if [ -z "$sim" ]; then
   for candidate in "$here/../build/linux/vmdctl-sim" "$here/../build/test/vmdctl-sim"; do
