@@ -26,7 +26,8 @@ std::optional<Bytes> StoredFormatSpec(const Bytes& record);
 std::optional<Bytes> BuildFormatSpecFromVolume(VolumeService& volumes, FileService& files, const std::wstring& root);
 
 // The reinitialise request for disk `index`: a 16-byte head (lengths 16 and
-// 16 + spec, the address, the spec's length) followed by the spec.
-Bytes BuildReinitializeRequest(std::uint8_t index, const Bytes& spec);
+// 16 + the section's, the address, the section's length) followed by the
+// format section.
+Bytes BuildReinitializeRequest(std::uint8_t index, const Bytes& section);
 
 }  // namespace vmd
