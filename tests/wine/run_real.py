@@ -20,6 +20,11 @@ tier, written as comments so the simulator's runner reads past them:
                     after the runs that file has SIZE bytes, beginning with
                     the bytes HEX
 
+The machine's `registry` keys (values a program reads from Wine's own
+registry, such as another product's settings) are written into the prefix
+for the run and taken away after it; only keys the prefix does not have are
+arranged, so nothing of the prefix's own is changed.
+
 `state` is matched as a subset of the state file the driver's model wrote;
 `stats` and `broadcasts` count the program's own system calls, which only the
 simulator sees, so a scenario of this tier does not give them.
@@ -107,6 +112,68 @@ class Prefix:
             shutil.rmtree(folder, ignore_errors=True)
 
 
+def reg_data(value):
+    """A machine state's registry value as a line of a REGEDIT4 file."""
+    if isinstance(value, int):
+        return f"dword:{value & 0xFFFFFFFF:08x}"
+    kind = value.get("type", "REG_DWORD")
+    if kind == "REG_DWORD":
+        return f"dword:{int(value['data']) & 0xFFFFFFFF:08x}"
+    if kind == "REG_BINARY":
+        data = bytes.fromhex(str(value["data"]).replace(" ", ""))
+        return "hex:" + ",".join(f"{b:02x}" for b in data)
+    raise SystemExit(f"registry value type {kind}: this tier writes REG_DWORD and REG_BINARY only")
+
+
+class Registry:
+    """The machine's registry keys, written into the prefix for one run."""
+
+    def __init__(self, env, workdir):
+        self.env = env
+        self.workdir = workdir
+        self.created = []  # the highest key each arrangement created
+
+    def _wine(self, args):
+        return scenario.run_child(["wine"] + args, b"", self.env, 30)
+
+    def _exists(self, key):
+        return self._wine(["reg", "query", "HKLM\\" + key]).returncode == 0
+
+    def _import(self, lines, name):
+        path = os.path.join(self.workdir, name)
+        with open(path, "w", newline="\r\n") as f:
+            f.write("REGEDIT4\n\n" + "\n".join(lines) + "\n")
+        # Wine's Z: is the Unix root.
+        p = self._wine(["regedit", "/S", "Z:" + path.replace("/", "\\")])
+        if p.returncode != 0:
+            raise SystemExit(f"regedit could not import {name}: " + scenario.normalise(p.stderr))
+
+    def arrange(self, keys):
+        lines = []
+        for key, values in keys.items():
+            parts = key.split("\\")
+            top = None
+            for n in range(len(parts), 0, -1):
+                if self._exists("\\".join(parts[:n])):
+                    break
+                top = "\\".join(parts[:n])
+            if top is None:
+                raise SystemExit(f"registry key {key}: the prefix has it already; this tier arranges new keys only")
+            if top not in self.created:
+                self.created.append(top)
+            lines.append(f"[HKEY_LOCAL_MACHINE\\{key}]")
+            for name, value in values.items():
+                lines.append(f'"{name}"={reg_data(value)}')
+            lines.append("")
+        if lines:
+            self._import(lines, "arrange.reg")
+
+    def clear(self):
+        if self.created:
+            self._import([f"[-HKEY_LOCAL_MACHINE\\{k}]" for k in self.created], "clear.reg")
+            self.created = []
+
+
 def without_program_counts(expected):
     if isinstance(expected, dict):
         return {k: v for k, v in expected.items() if k not in PROGRAM_ONLY}
@@ -138,6 +205,7 @@ def main():
     env = dict(os.environ, WINEPREFIX=a.prefix, WINEDEBUG="-all")
     exe = os.path.join(a.build, "vmdctl.exe")
     prefix = Prefix(a.prefix, os.path.join(a.build, "define_drive.exe"), env)
+    registry = Registry(env, os.path.dirname(os.path.abspath(a.state)))
     error_file = a.state + ".error"
     many = len(runs) > 1
     expected_files = []
@@ -151,8 +219,10 @@ def main():
                 expected_files.append(rest)
             else:
                 raise SystemExit(f"{a.case}: unknown arrangement '#! {word}'")
+        machine = json.loads(machine_text or "{}")
+        registry.arrange(machine.get("registry", {}))
         with open(a.state, "w") as f:
-            json.dump(json.loads(machine_text or "{}"), f)
+            json.dump(machine, f)
         if os.path.exists(error_file):
             os.unlink(error_file)
         for run in runs:
@@ -184,7 +254,10 @@ def main():
                 print(f"FAIL {a.case}\n{m}")
                 return 1
     finally:
-        prefix.clear()
+        try:
+            registry.clear()
+        finally:
+            prefix.clear()
     print(f"ok {a.case}")
     return 0
 
