@@ -18,8 +18,22 @@ CXX=clang++ cmake -S . -B build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVMDCTL_
   -DVMDCTL_WIN_BUILD_DIR="$PWD/build/win" >/dev/null
 cmake --build build/test -j"$jobs"
 
-status=0
-(cd build/test && ctest -j"$jobs" --output-on-failure --timeout 300) || status=1
+# Each ctest run is kept in a log; the last line of the whole run adds them up.
+status=0 passed=0 failed=0 skipped=0
+tally() {
+  local line total bad skip
+  line=$(grep -Eo '[0-9]+ tests failed out of [0-9]+' "$1" | tail -1 || true)
+  if [ -z "$line" ]; then failed=$((failed + 1)); return; fi  # ctest did not finish
+  bad=${line%% *}
+  total=${line##* }
+  skip=$(grep -Ec '^[[:space:]]+[0-9]+ - .*\(Skipped\)$' "$1" || true)
+  passed=$((passed + total - bad - skip))
+  failed=$((failed + bad))
+  skipped=$((skipped + skip))
+}
+
+(cd build/test && ctest -j"$jobs" --output-on-failure --timeout 300) 2>&1 | tee build/test/ctest.log || status=1
+tally build/test/ctest.log
 
 # --- The unit and scenario tiers again, built with AddressSanitizer and
 # UndefinedBehaviorSanitizer: any finding ends that test with a failure.
@@ -28,5 +42,10 @@ CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C
   -DCMAKE_EXE_LINKER_FLAGS="$sanitize" >/dev/null
 cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim
 (cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-  ctest -j"$jobs" --output-on-failure --timeout 300 -R '^(unit|scenario)\.') || status=1
+  ctest -j"$jobs" --output-on-failure --timeout 300 -R '^(unit|scenario)\.') 2>&1 | tee build/asan/ctest.log || status=1
+tally build/asan/ctest.log
+
+echo
+[ "$skipped" -eq 0 ] || echo "$skipped skipped (listed above as tests that did not run)"
+echo "$passed passed, $failed failed"
 exit $status
