@@ -10,15 +10,9 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-# Default: the simulator that tools/try.sh built, else the one of tools/test.sh.
-sim=${1:-}
-if [ -z "$sim" ]; then
-  for candidate in "$here/../build/linux/vmdctl-sim" "$here/../build/test/vmdctl-sim"; do
-    if [ -x "$candidate" ]; then sim=$candidate; break; fi
-  done
-fi
+. "$here/common.sh"
+find_sim "${1:-}"
 runs=${2:-20}
-[ -n "$sim" ] && [ -x "$sim" ] || { echo "no simulator at $sim (give its path as the first argument)" >&2; exit 1; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -38,7 +32,7 @@ elapsed() { python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["clo
 # One cycle to check that it works.
 cp "$base" "$state"
 "$sim" --sim-state "$state" add -n 256 -s
-"$sim" --sim-state "$state" ls | grep -q '^#0 ' || { echo "add did not create disk 0" >&2; exit 1; }
+"$sim" --sim-state "$state" ls | grep '^#0 ' >/dev/null || { echo "add did not create disk 0" >&2; exit 1; }
 
 "$sim" --sim-state "$state" del 0 -s
 cp "$base" "$state"
@@ -56,9 +50,5 @@ for ((i = 0; i < runs; i++)); do
   end=${EPOCHREALTIME/[.,]/}
   times+=($((10#$end - 10#$start)))
 done
-printf '%s\n' "${times[@]}" | sort -n | awk -v runs="$runs" -v add="$added" -v del="$((deleted - added))" '
-  { t[NR] = $1 }
-  END {
-    m = (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2
-    printf "add -s then del -s, 127 disks: median %.1f ms real over %d runs (min %.1f, max %.1f); virtual time waited: add %d ms, del %d ms\n", m / 1000, runs, t[1] / 1000, t[NR] / 1000, add, del
-  }'
+echo "add -s then del -s, 127 disks: $(printf '%s\n' "${times[@]}" | median_line " real");" \
+  "virtual time waited: add $added ms, del $((deleted - added)) ms"

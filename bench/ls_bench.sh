@@ -8,15 +8,9 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-# Default: the simulator that tools/try.sh built, else the one of tools/test.sh.
-sim=${1:-}
-if [ -z "$sim" ]; then
-  for candidate in "$here/../build/linux/vmdctl-sim" "$here/../build/test/vmdctl-sim"; do
-    if [ -x "$candidate" ]; then sim=$candidate; break; fi
-  done
-fi
+. "$here/common.sh"
+find_sim "${1:-}"
 runs=${2:-30}
-[ -n "$sim" ] && [ -x "$sim" ] || { echo "no simulator at $sim (give its path as the first argument)" >&2; exit 1; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -57,12 +51,7 @@ median() {  # label, then the command; prints the median wall time of $runs runs
     end=${EPOCHREALTIME/[.,]/}
     times+=($((10#$end - 10#$start)))
   done
-  printf '%s\n' "${times[@]}" | sort -n | awk -v label="$label" -v runs="$runs" '
-    { t[NR] = $1 }
-    END {
-      m = (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2
-      printf "%s: median %.1f ms over %d runs (min %.1f, max %.1f)\n", label, m / 1000, runs, t[1] / 1000, t[NR] / 1000
-    }'
+  echo "$label: $(printf '%s\n' "${times[@]}" | median_line)"
 }
 
 median "vmdctl-sim ls, 128 disks, 24 letters" "$sim" --sim-state "$state" ls
