@@ -205,11 +205,13 @@ class TimedOut(Exception):
         self.stdout, self.stderr = stdout, stderr
 
 
-def run_child(cmd, keys, env, timeout):
-    """Runs cmd to its end. Output goes to files, not pipes: a process that the
-    child leaves behind (Wine starts some) cannot keep the run waiting."""
+def run_child(cmd, keys, env, timeout, cwd=None):
+    """Runs cmd to its end with `keys` on standard input (None: no input at
+    all). Output goes to files, not pipes: a process that the child leaves
+    behind (Wine starts some) cannot keep the run waiting."""
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        p = subprocess.Popen(cmd, stdin=subprocess.PIPE, stdout=out, stderr=err, env=env)
+        stdin = subprocess.DEVNULL if keys is None else subprocess.PIPE
+        p = subprocess.Popen(cmd, stdin=stdin, stdout=out, stderr=err, env=env, cwd=cwd)
         try:
             p.communicate(keys, timeout=timeout)
         except subprocess.TimeoutExpired:
@@ -221,6 +223,16 @@ def run_child(cmd, keys, env, timeout):
         out.seek(0)
         err.seek(0)
         return Finished(p.returncode, out.read(), err.read())
+
+
+def run_to_end(cmd, env, timeout, cwd=None):
+    """(exit code, stdout, stderr) of cmd run with no input; the exit code is
+    None when it timed out, and the output is what it had written by then."""
+    try:
+        p = run_child(cmd, None, env, timeout, cwd)
+    except TimedOut as e:
+        return None, e.stdout, e.stderr
+    return p.returncode, p.stdout, p.stderr
 
 
 def check_output(run, p, state_path, real):

@@ -30,6 +30,8 @@ import tempfile
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "scenario"))
+import run_scenario as scenario  # noqa: E402
 
 # (Unix locale, the OEM code page Wine gives it)
 LOCALES = (("ru_RU.UTF-8", "cp866"), ("zh_CN.UTF-8", "cp936"), ("C.UTF-8", "cp437"))
@@ -80,21 +82,6 @@ def make_locales(folder):
         if not os.path.isdir(os.path.join(folder, name)):
             raise SystemExit(f"FAIL: localedef {lang} did not make a locale (the package 'locales' gives its "
                              f"sources): {p.stderr.strip()}")
-
-
-def run_redirected(cmd, env):
-    """(exit code, stdout bytes, stderr bytes), output to files."""
-    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        p = subprocess.Popen(cmd, env=env, stdin=subprocess.DEVNULL, stdout=out, stderr=err)
-        try:
-            code = p.wait(timeout=60)
-        except subprocess.TimeoutExpired:
-            p.kill()
-            p.wait()
-            code = None
-        out.seek(0)
-        err.seek(0)
-        return code, out.read(), err.read()
 
 
 def run_on_terminal(cmd, env):
@@ -182,7 +169,7 @@ def main():
         line = f"vmdctl.exe: Unknown command '{word}'.\n"
         for name, codepage in LOCALES:
             env = dict(base_env, LANG=name)
-            code, out, err = run_redirected(["wine", vmdctl, "?", word], env)
+            code, out, err = scenario.run_to_end(["wine", vmdctl, "?", word], env, 60)
             expect(f"vmdctl.exe ? {word}, redirected, {name}", (code, out, err),
                    (0, windows_bytes(line, codepage), b""))
         code, shown = run_on_terminal(["wine", vmdctl, "?", word], dict(base_env, LANG="C.UTF-8"))
@@ -209,7 +196,7 @@ def main():
                    "view", "2"]
             for name, codepage in LOCALES:
                 reset()
-                code, out, err = run_redirected(cmd, dict(base_env, LANG=name))
+                code, out, err = scenario.run_to_end(cmd, dict(base_env, LANG=name), 60)
                 expect(f"vmdctl-sim.exe view of {label!r}, redirected, {name}", (code, out, err),
                        (0, windows_bytes(want, codepage), b""))
             reset()

@@ -11,9 +11,12 @@ checks.
 import os
 import subprocess
 import sys
-import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "scenario"))
+import run_scenario as scenario  # noqa: E402
+
+
 def text(data):
     return (data or b"").decode("utf-8", errors="replace").replace("\r\n", "\n")
 
@@ -32,23 +35,11 @@ def main():
     env = dict(os.environ, WINEPREFIX=prefix, WINEDEBUG="-all")
     if os.path.isdir(os.path.join(prefix, "dosdevices", "t:")):
         env["VMDCTL_CONTRACT_DRIVE"] = "T"
-    # Output goes to files, not pipes: a process that Wine leaves behind
-    # cannot keep this script waiting once the program has ended.
-    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        p = subprocess.Popen(["wine", exe] + sys.argv[3:], env=env, stdin=subprocess.DEVNULL, stdout=out,
-                             stderr=err)
-        try:
-            code = p.wait(timeout=240)
-        except subprocess.TimeoutExpired:
-            p.kill()
-            p.wait()
-            code = None
-        out.seek(0)
-        err.seek(0)
-        # On a time-out what the program had written names the check it hung in.
-        sys.stdout.write(text(out.read()))
-        if code != 0:
-            sys.stdout.write(text(err.read()))
+    code, out, err = scenario.run_to_end(["wine", exe] + sys.argv[3:], env, 240)
+    # On a time-out what the program had written names the check it hung in.
+    sys.stdout.write(text(out))
+    if code != 0:
+        sys.stdout.write(text(err))
     if code is None:
         print("FAIL: vmdctl-contract.exe timed out")
         return 1

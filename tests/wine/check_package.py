@@ -25,11 +25,13 @@ import zipfile
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE_DIR = os.path.dirname(os.path.dirname(HERE))
 sys.path.insert(0, HERE)
+sys.path.insert(0, os.path.join(HERE, "..", "scenario"))
 sys.path.insert(0, os.path.join(SOURCE_DIR, "tools"))
 
 import check_imports  # noqa: E402
 import gen_catalogue  # noqa: E402
 import gen_commands  # noqa: E402
+import run_scenario as scenario  # noqa: E402
 
 pefile = check_imports.pefile
 FILES = ("COMMANDS.txt", "README.txt", "vddinfo.exe", "vmdctl.exe")
@@ -109,18 +111,7 @@ def sections(text):
 def run_help(folder, word, env):
     """What `vmdctl ? <word>` prints, run by cmd from the package's folder."""
     line = f"vmdctl ? {word}" if word != "?" else "vmdctl ?"
-    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        p = subprocess.Popen(["wine", "cmd", "/c", line], cwd=folder, env=env, stdin=subprocess.DEVNULL,
-                             stdout=out, stderr=err)
-        try:
-            code = p.wait(timeout=60)
-        except subprocess.TimeoutExpired:
-            p.kill()
-            p.wait()
-            code = None
-        out.seek(0)
-        err.seek(0)
-        return code, out.read(), err.read()
+    return scenario.run_to_end(["wine", "cmd", "/c", line], env, 60, cwd=folder)
 
 
 def main():

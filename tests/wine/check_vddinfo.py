@@ -17,21 +17,14 @@ import sys
 import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "scenario"))
+import run_scenario as scenario  # noqa: E402
 
 
 def run(cmd, cwd, env=None, timeout=60):
-    """Exit code, stdout and stderr; output goes through files, never pipes."""
-    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        p = subprocess.Popen(cmd, cwd=cwd, env=env, stdin=subprocess.DEVNULL, stdout=out, stderr=err)
-        try:
-            code = p.wait(timeout=timeout)
-        except subprocess.TimeoutExpired:
-            p.kill()
-            p.wait()
-            code = "timed out"
-        out.seek(0)
-        err.seek(0)
-        return code, out.read(), err.read()
+    """Exit code ("timed out" when it did not end), stdout and stderr."""
+    code, out, err = scenario.run_to_end(cmd, env, timeout, cwd=cwd)
+    return "timed out" if code is None else code, out, err
 
 
 def text(data):
