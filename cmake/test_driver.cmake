@@ -31,7 +31,7 @@ add_custom_target(vmdtestctl ALL DEPENDS ${VMD_DRIVER_SYS})
 add_custom_command(
   OUTPUT ${CMAKE_BINARY_DIR}/define_drive.exe
   COMMAND ${VMD_MINGW_PREFIX}-gcc -O2 -Wall -o ${CMAKE_BINARY_DIR}/define_drive.exe ${VMD_DRIVER_DIR}/define_drive.c
-  DEPENDS ${VMD_DRIVER_DIR}/define_drive.c
+  DEPENDS ${VMD_DRIVER_DIR}/define_drive.c ${VMD_DRIVER_DIR}/unix_drive.h
   COMMENT "Building define_drive.exe")
 add_custom_target(vmdtestctl_tools ALL DEPENDS ${CMAKE_BINARY_DIR}/define_drive.exe)
 add_dependencies(vmdtestctl vmdtestctl_tools)

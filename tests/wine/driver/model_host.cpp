@@ -14,6 +14,7 @@
 // controller-assigned letter's volume as it would on Windows.
 #define VMD_MODEL_HOST_BUILD
 #include "model_host.h"
+#include "unix_drive.h"
 
 #include <windows.h>
 
@@ -133,43 +134,6 @@ const SimDisk* arrivedDisk(Machine& m, std::uint32_t index) {
   return d;
 }
 
-// Wine's mount manager request that puts a drive letter on a Unix folder
-// (no folder: takes the letter away); its input record.
-constexpr DWORD kDefineUnixDrive = CTL_CODE(0x6D, 32, METHOD_BUFFERED, FILE_READ_ACCESS | FILE_WRITE_ACCESS);
-struct UnixDrive {
-  ULONG size;
-  ULONG type;
-  ULONG fsType;
-  DWORD serial;
-  ULONGLONG unixDevice;
-  WCHAR letter;
-  USHORT mountPointOffset;
-  USHORT deviceOffset;
-  USHORT labelOffset;
-};
-
-bool defineDrive(char letter, const std::string& unixFolder) {
-  std::vector<char> buffer(sizeof(UnixDrive) + unixFolder.size() + 1, 0);
-  auto* drive = reinterpret_cast<UnixDrive*>(buffer.data());
-  drive->letter = static_cast<WCHAR>(letter | 0x20);
-  drive->type = DRIVE_FIXED;
-  if (!unixFolder.empty()) {
-    drive->mountPointOffset = sizeof(UnixDrive);
-    std::memcpy(buffer.data() + sizeof(UnixDrive), unixFolder.c_str(), unixFolder.size());
-  } else {
-    buffer.resize(sizeof(UnixDrive));
-  }
-  drive->size = static_cast<ULONG>(buffer.size());
-  HANDLE manager = CreateFileW(L"\\\\.\\MountPointManager", GENERIC_READ | GENERIC_WRITE,
-                               FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-  if (manager == INVALID_HANDLE_VALUE) return false;
-  DWORD returned = 0;
-  const BOOL ok = DeviceIoControl(manager, kDefineUnixDrive, buffer.data(), static_cast<DWORD>(buffer.size()), nullptr,
-                                  0, &returned, nullptr);
-  CloseHandle(manager);
-  return ok != 0;
-}
-
 // The drives folder beside the state file, as a Windows and a Unix path
 // (Wine's Z: is the Unix root).
 std::string drivesFolder(const std::string& statePath) {
@@ -203,11 +167,7 @@ void syncDrives(Machine& m, const std::string& statePath) {
   }
   for (char l : present) {
     if (wanted.count(l)) continue;
-    defineDrive(l, "");
-    // The mount manager leaves the letter's link in the object namespace,
-    // where GetLogicalDrives still finds it.
-    const wchar_t name[3] = {static_cast<wchar_t>(l), L':', 0};
-    DefineDosDeviceW(DDD_REMOVE_DEFINITION, name, nullptr);
+    vmdDefineUnixDrive(l, nullptr, nullptr);
     std::filesystem::remove_all(folder + "\\" + std::string(1, l), ec);
   }
   const DWORD taken = GetLogicalDrives();
@@ -216,7 +176,7 @@ void syncDrives(Machine& m, const std::string& statePath) {
     if (present.count(l) || (taken & (1u << (l - 'A')))) continue;
     const std::string own = folder + "\\" + std::string(1, l);
     std::filesystem::create_directories(own, ec);
-    defineDrive(l, unixPath(own));
+    vmdDefineUnixDrive(l, unixPath(own).c_str(), nullptr);
   }
 }
 
