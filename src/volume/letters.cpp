@@ -20,6 +20,11 @@ constexpr std::size_t kDosDevicesPrefixChars = 12;
 // and the 12 bytes of a partition on a disk with a master boot record.
 constexpr std::uint32_t kValueNameChars = 16;
 constexpr std::uint32_t kValueDataBytes = 12;
+// The walk skips a value it cannot read, and the key keeps one value for every
+// volume the system has ever seen, each of which fails with 234 here, so long
+// runs of failures are healthy: a million calls lie far beyond any such key,
+// and a registry that fails every call cannot hold the walk for ever.
+constexpr std::uint32_t kMaxEnumCalls = 1u << 20;
 constexpr std::uint32_t kRegBinary = 3;
 constexpr std::uint32_t kBroadcastFlags = 0x122;  // BSF_SENDNOTIFYMESSAGE | BSF_FORCEIFHUNG | BSF_IGNORECURRENTTASK
 constexpr std::uint32_t kWmDeviceChange = 0x219;
@@ -83,11 +88,12 @@ bool RewriteMountedDevice(VolumeContext& ctx, wchar_t letter, const std::array<s
   std::uint32_t error = 0;
   std::unique_ptr<Registry::Key> key = ctx.registry.openForWrite(kMountedDevicesKey, error);
   if (!key) return false;
-  for (std::uint32_t index = 0;; ++index) {
+  std::uint32_t index = 0;
+  for (std::uint32_t calls = 0; calls < kMaxEnumCalls; ++calls, ++index) {
     Registry::Value value;
     const std::uint32_t rc = key->enumValue(index, kValueNameChars, kValueDataBytes, value);
     if (rc == syserr::NoMoreItems) break;
-    if (rc != 0) continue;  // too long for the buffers: never ours
+    if (rc != 0) continue;  // too long for the buffers (never ours), or unreadable: skipped
     // The signature and the low half of the offset decide; the high half is not compared.
     if (value.type == kRegBinary && isDriveLetterValue(value.name) && value.data.size() == 12 &&
         std::memcmp(value.data.data(), data.data(), 8) == 0) {
