@@ -107,25 +107,25 @@ std::optional<std::uint32_t> RuleLog::enter(std::string_view api, std::uint32_t 
 
 // --- Process start-up.
 
-bool FaultInjectingProcess::initFramework() {
-  if (log_.enter(calls::kInitFramework, 0, "")) return false;
+SysStatus FaultInjectingProcess::initFramework() {
+  if (auto e = log_.enter(calls::kInitFramework, 0, "")) return SysStatus::failure(*e);
   return inner_.initFramework();
 }
 
-ProcessEnvironment::MutexResult FaultInjectingProcess::createInstanceMutex(const std::wstring& name) {
-  if (auto e = log_.enter(calls::kCreateMutexW, 0, toUtf8(name))) return {false, *e};
+SysResult<bool> FaultInjectingProcess::createInstanceMutex(const std::wstring& name) {
+  if (auto e = log_.enter(calls::kCreateMutexW, 0, toUtf8(name))) return SysResult<bool>::failure(*e);
   return inner_.createInstanceMutex(name);
 }
 
-bool FaultInjectingProcess::tokenHasAdministrators() {
-  if (log_.enter(calls::kGetTokenInformation, 0, "")) return false;
+SysResult<bool> FaultInjectingProcess::tokenHasAdministrators() {
+  if (auto e = log_.enter(calls::kGetTokenInformation, 0, "")) return SysResult<bool>::failure(*e);
   return inner_.tokenHasAdministrators();
 }
 
-std::int32_t FaultInjectingProcess::comInitialize() {
+SysStatus FaultInjectingProcess::comInitialize() {
   if (auto e = log_.enter(calls::kCoInitialize, 0, "")) {
     const std::uint32_t hr = (*e & 0x80000000u) ? *e : 0x80070000u | (*e & 0xFFFFu);
-    return static_cast<std::int32_t>(hr);
+    return SysStatus::failure(hr);
   }
   return inner_.comInitialize();
 }
@@ -137,46 +137,46 @@ void FaultInjectingProcess::comUninitialize() {
 
 // --- Device interfaces.
 
-std::optional<std::vector<DeviceSetup::Interface>> FaultInjectingSetup::presentInterfaces(const InterfaceClass& cls,
-                                                                                         Scope scope) {
-  if (log_.enter(calls::kSetupDiGetClassDevsW, 0, "")) return std::nullopt;
-  std::optional<std::vector<Interface>> found = inner_.presentInterfaces(cls, scope);
-  if (found) log_.count("api", calls::kSetupDiEnumDeviceInterfaces);
+SysResult<std::vector<DeviceSetup::Interface>> FaultInjectingSetup::presentInterfaces(const InterfaceClass& cls,
+                                                                                      Scope scope) {
+  if (auto e = log_.enter(calls::kSetupDiGetClassDevsW, 0, "")) return SysResult<std::vector<Interface>>::failure(*e);
+  SysResult<std::vector<Interface>> found = inner_.presentInterfaces(cls, scope);
+  if (found.ok) log_.count("api", calls::kSetupDiEnumDeviceInterfaces);
   return found;
 }
 
 // --- Device I/O.
 
-DeviceIo::OpenResult FaultInjectingDeviceIo::open(const std::wstring& wpath, std::uint32_t access,
-                                                  std::uint32_t share, std::uint32_t disposition,
-                                                  std::uint32_t flags) {
+SysResult<DeviceIo::Handle> FaultInjectingDeviceIo::open(const std::wstring& wpath, std::uint32_t access,
+                                                         std::uint32_t share, std::uint32_t disposition,
+                                                         std::uint32_t flags) {
   const std::string path = toUtf8(wpath);
   log_.count("opens", path);
   log_.note("openModes", path,
             "access=" + hex32(access) + " share=" + std::to_string(share) +
                 " disposition=" + std::to_string(disposition) + " flags=" + hex32(flags));
-  if (auto e = log_.enter(calls::kCreateFileW, 0, path)) return {Invalid, *e};
-  const OpenResult r = inner_.open(wpath, access, share, disposition, flags);
-  if (r.handle != Invalid) paths_[r.handle] = path;
+  if (auto e = log_.enter(calls::kCreateFileW, 0, path)) return SysResult<Handle>::failure(*e, Invalid);
+  const SysResult<Handle> r = inner_.open(wpath, access, share, disposition, flags);
+  if (r.ok) paths_[r.value] = path;
   return r;
 }
 
-DeviceIo::ControlResult FaultInjectingDeviceIo::control(Handle h, std::uint32_t code, const void* in,
-                                                        std::uint32_t inSize, void* out, std::uint32_t outSize) {
+SysResult<std::uint32_t> FaultInjectingDeviceIo::control(Handle h, std::uint32_t code, const void* in,
+                                                         std::uint32_t inSize, void* out, std::uint32_t outSize) {
   const auto it = paths_.find(h);
   if (it == paths_.end()) return inner_.control(h, code, in, inSize, out, outSize);
   const std::string name = codeName(code);
   log_.count("requests", name);
   log_.note("requestSizes", name, "in=" + std::to_string(inSize) + " out=" + std::to_string(outSize));
-  if (auto e = log_.enter(calls::kDeviceIoControl, code, it->second)) return {false, 0, *e};
+  if (auto e = log_.enter(calls::kDeviceIoControl, code, it->second)) return SysResult<std::uint32_t>::failure(*e);
   return inner_.control(h, code, in, inSize, out, outSize);
 }
 
-DeviceIo::Status FaultInjectingDeviceIo::flush(Handle h) {
+SysStatus FaultInjectingDeviceIo::flush(Handle h) {
   const auto it = paths_.find(h);
   if (it == paths_.end()) return inner_.flush(h);
   log_.count("flushes", it->second);
-  if (auto e = log_.enter(calls::kFlushFileBuffers, 0, it->second)) return {false, *e};
+  if (auto e = log_.enter(calls::kFlushFileBuffers, 0, it->second)) return SysStatus::failure(*e);
   return inner_.flush(h);
 }
 
@@ -191,87 +191,92 @@ void FaultInjectingDeviceIo::close(Handle h) {
 
 // --- Volumes.
 
-std::uint32_t FaultInjectingVolumes::logicalDrives() {
-  if (log_.enter(calls::kGetLogicalDrives, 0, "")) return 0;
+SysResult<std::uint32_t> FaultInjectingVolumes::logicalDrives() {
+  if (auto e = log_.enter(calls::kGetLogicalDrives, 0, "")) return SysResult<std::uint32_t>::failure(*e);
   return inner_.logicalDrives();
 }
 
-std::uint32_t FaultInjectingVolumes::driveType(const std::wstring& root) {
-  if (log_.enter(calls::kGetDriveTypeW, 0, toUtf8(root))) return drivetype::Unknown;
+SysResult<std::uint32_t> FaultInjectingVolumes::driveType(const std::wstring& root) {
+  if (auto e = log_.enter(calls::kGetDriveTypeW, 0, toUtf8(root)))
+    return SysResult<std::uint32_t>::failure(*e, drivetype::Unknown);
   return inner_.driveType(root);
 }
 
-VolumeService::VolumeInfo FaultInjectingVolumes::volumeInformation(const std::wstring& root) {
-  if (auto e = log_.enter(calls::kGetVolumeInformationW, 0, toUtf8(root))) return {false, *e, L"", 0, L""};
+SysResult<VolumeService::VolumeInfo> FaultInjectingVolumes::volumeInformation(const std::wstring& root) {
+  if (auto e = log_.enter(calls::kGetVolumeInformationW, 0, toUtf8(root))) return SysResult<VolumeInfo>::failure(*e);
   return inner_.volumeInformation(root);
 }
 
-VolumeService::FreeSpace FaultInjectingVolumes::diskFreeSpace(const std::wstring& root) {
-  if (auto e = log_.enter(calls::kGetDiskFreeSpaceW, 0, toUtf8(root))) return {false, *e, 0, 0, 0, 0};
+SysResult<VolumeService::FreeSpace> FaultInjectingVolumes::diskFreeSpace(const std::wstring& root) {
+  if (auto e = log_.enter(calls::kGetDiskFreeSpaceW, 0, toUtf8(root))) return SysResult<FreeSpace>::failure(*e);
   return inner_.diskFreeSpace(root);
 }
 
-VolumeService::FreeSpaceEx FaultInjectingVolumes::diskFreeSpaceEx(const std::wstring& path) {
-  if (auto e = log_.enter(calls::kGetDiskFreeSpaceExW, 0, toUtf8(path))) return {false, *e, 0, 0, 0};
+SysResult<VolumeService::FreeSpaceEx> FaultInjectingVolumes::diskFreeSpaceEx(const std::wstring& path) {
+  if (auto e = log_.enter(calls::kGetDiskFreeSpaceExW, 0, toUtf8(path))) return SysResult<FreeSpaceEx>::failure(*e);
   return inner_.diskFreeSpaceEx(path);
 }
 
-VolumeService::Text FaultInjectingVolumes::volumeNameForMountPoint(const std::wstring& mountPoint,
-                                                                   std::uint32_t chars) {
-  if (auto e = log_.enter(calls::kGetVolumeNameForVolumeMountPointW, 0, toUtf8(mountPoint))) return {false, *e, L""};
+SysResult<std::wstring> FaultInjectingVolumes::volumeNameForMountPoint(const std::wstring& mountPoint,
+                                                                       std::uint32_t chars) {
+  if (auto e = log_.enter(calls::kGetVolumeNameForVolumeMountPointW, 0, toUtf8(mountPoint)))
+    return SysResult<std::wstring>::failure(*e);
   return inner_.volumeNameForMountPoint(mountPoint, chars);
 }
 
-VolumeService::PathNames FaultInjectingVolumes::volumePathNames(const std::wstring& volumeName, std::uint32_t chars) {
-  if (auto e = log_.enter(calls::kGetVolumePathNamesForVolumeNameW, 0, toUtf8(volumeName))) return {false, *e, {}, 0};
+SysResult<VolumeService::PathNames> FaultInjectingVolumes::volumePathNames(const std::wstring& volumeName,
+                                                                           std::uint32_t chars) {
+  if (auto e = log_.enter(calls::kGetVolumePathNamesForVolumeNameW, 0, toUtf8(volumeName)))
+    return SysResult<PathNames>::failure(*e);
   return inner_.volumePathNames(volumeName, chars);
 }
 
 SysStatus FaultInjectingVolumes::setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) {
-  if (auto e = log_.enter(calls::kSetVolumeMountPointW, 0, toUtf8(mountPoint))) return {false, *e};
+  if (auto e = log_.enter(calls::kSetVolumeMountPointW, 0, toUtf8(mountPoint))) return SysStatus::failure(*e);
   return inner_.setVolumeMountPoint(mountPoint, volumeName);
 }
 
 SysStatus FaultInjectingVolumes::deleteVolumeMountPoint(const std::wstring& mountPoint) {
-  if (auto e = log_.enter(calls::kDeleteVolumeMountPointW, 0, toUtf8(mountPoint))) return {false, *e};
+  if (auto e = log_.enter(calls::kDeleteVolumeMountPointW, 0, toUtf8(mountPoint))) return SysStatus::failure(*e);
   return inner_.deleteVolumeMountPoint(mountPoint);
 }
 
 SysStatus FaultInjectingVolumes::setVolumeLabel(const std::wstring& root, const std::wstring* label) {
-  if (auto e = log_.enter(calls::kSetVolumeLabelW, 0, toUtf8(root))) return {false, *e};
+  if (auto e = log_.enter(calls::kSetVolumeLabelW, 0, toUtf8(root))) return SysStatus::failure(*e);
   return inner_.setVolumeLabel(root, label);
 }
 
 // --- Files.
 
-std::uint32_t FaultInjectingFiles::attributes(const std::wstring& path) {
-  if (log_.enter(calls::kGetFileAttributesW, 0, toUtf8(path))) return InvalidFileAttributes;
+SysResult<std::uint32_t> FaultInjectingFiles::attributes(const std::wstring& path) {
+  if (auto e = log_.enter(calls::kGetFileAttributesW, 0, toUtf8(path)))
+    return SysResult<std::uint32_t>::failure(*e, InvalidFileAttributes);
   return inner_.attributes(path);
 }
 
-FileService::Size FaultInjectingFiles::fileSize(const std::wstring& path) {
-  if (auto e = log_.enter(calls::kGetFileSize, 0, toUtf8(path))) return {false, *e, 0};
+SysResult<std::uint64_t> FaultInjectingFiles::fileSize(const std::wstring& path) {
+  if (auto e = log_.enter(calls::kGetFileSize, 0, toUtf8(path))) return SysResult<std::uint64_t>::failure(*e);
   return inner_.fileSize(path);
 }
 
-std::optional<Bytes> FaultInjectingFiles::readHead(const std::wstring& path, std::uint32_t count) {
-  if (log_.enter(calls::kReadFile, 0, toUtf8(path))) return std::nullopt;
+SysResult<Bytes> FaultInjectingFiles::readHead(const std::wstring& path, std::uint32_t count) {
+  if (auto e = log_.enter(calls::kReadFile, 0, toUtf8(path))) return SysResult<Bytes>::failure(*e);
   return inner_.readHead(path, count);
 }
 
-std::uint32_t FaultInjectingFiles::writeWhole(const std::wstring& path, const Bytes& data) {
+SysStatus FaultInjectingFiles::writeWhole(const std::wstring& path, const Bytes& data) {
   const std::string p = toUtf8(path);
-  if (log_.enter(calls::kCreateFileW, 0, p)) return syserr::OpenFailed;
+  if (log_.enter(calls::kCreateFileW, 0, p)) return SysStatus::failure(syserr::OpenFailed);
   if (log_.enter(calls::kWriteFile, 0, p)) {
     // The file was created (or truncated) before the write failed.
-    const std::uint32_t created = inner_.writeWhole(path, Bytes{});
-    return created ? created : syserr::WriteFault;
+    const SysStatus created = inner_.writeWhole(path, Bytes{});
+    return created.ok ? SysStatus::failure(syserr::WriteFault) : created;
   }
   return inner_.writeWhole(path, data);
 }
 
-bool FaultInjectingFiles::pathIsDirectory(const std::wstring& path) {
-  if (log_.enter(calls::kGetFileAttributesW, 0, toUtf8(path))) return false;
+SysResult<bool> FaultInjectingFiles::pathIsDirectory(const std::wstring& path) {
+  if (auto e = log_.enter(calls::kGetFileAttributesW, 0, toUtf8(path))) return SysResult<bool>::failure(*e);
   return inner_.pathIsDirectory(path);
 }
 
@@ -283,17 +288,16 @@ class FaultInjectingKey : public Registry::Key {
  public:
   FaultInjectingKey(std::unique_ptr<Registry::Key> inner, CallLog& log, std::string key)
       : inner_(std::move(inner)), log_(log), key_(std::move(key)) {}
-  std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
-                          Registry::Value& out) override {
-    if (auto e = log_.enter(calls::kRegEnumValueW, 0, key_)) return *e;
-    return inner_->enumValue(index, nameChars, dataBytes, out);
+  SysResult<Registry::Value> enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes) override {
+    if (auto e = log_.enter(calls::kRegEnumValueW, 0, key_)) return SysResult<Registry::Value>::failure(*e);
+    return inner_->enumValue(index, nameChars, dataBytes);
   }
-  std::uint32_t deleteValue(const std::wstring& name) override {
-    if (auto e = log_.enter(calls::kRegDeleteValueW, 0, key_ + "\\" + toUtf8(name))) return *e;
+  SysStatus deleteValue(const std::wstring& name) override {
+    if (auto e = log_.enter(calls::kRegDeleteValueW, 0, key_ + "\\" + toUtf8(name))) return SysStatus::failure(*e);
     return inner_->deleteValue(name);
   }
-  std::uint32_t setBinary(const std::wstring& name, const Bytes& data) override {
-    if (auto e = log_.enter(calls::kRegSetValueExW, 0, key_ + "\\" + toUtf8(name))) return *e;
+  SysStatus setBinary(const std::wstring& name, const Bytes& data) override {
+    if (auto e = log_.enter(calls::kRegSetValueExW, 0, key_ + "\\" + toUtf8(name))) return SysStatus::failure(*e);
     return inner_->setBinary(name, data);
   }
 
@@ -305,35 +309,34 @@ class FaultInjectingKey : public Registry::Key {
 
 }  // namespace
 
-std::optional<std::uint32_t> FaultInjectingRegistry::readDword(const std::wstring& key, const std::wstring& value) {
-  if (log_.enter(calls::kRegQueryValueExW, 0, toUtf8(key) + "\\" + toUtf8(value))) return std::nullopt;
+SysResult<std::uint32_t> FaultInjectingRegistry::readDword(const std::wstring& key, const std::wstring& value) {
+  if (auto e = log_.enter(calls::kRegQueryValueExW, 0, toUtf8(key) + "\\" + toUtf8(value)))
+    return SysResult<std::uint32_t>::failure(*e);
   return inner_.readDword(key, value);
 }
 
-std::unique_ptr<Registry::Key> FaultInjectingRegistry::openForWrite(const std::wstring& key, std::uint32_t& error) {
-  if (auto e = log_.enter(calls::kRegOpenKeyExW, 0, toUtf8(key))) {
-    error = *e;
-    return nullptr;
-  }
-  std::unique_ptr<Key> opened = inner_.openForWrite(key, error);
-  if (!opened) return nullptr;
-  return std::make_unique<FaultInjectingKey>(std::move(opened), log_, toUtf8(key));
+SysResult<std::unique_ptr<Registry::Key>> FaultInjectingRegistry::openForWrite(const std::wstring& key) {
+  if (auto e = log_.enter(calls::kRegOpenKeyExW, 0, toUtf8(key))) return SysResult<std::unique_ptr<Key>>::failure(*e);
+  SysResult<std::unique_ptr<Key>> opened = inner_.openForWrite(key);
+  if (!opened.ok || !opened.value) return opened;
+  opened.value = std::make_unique<FaultInjectingKey>(std::move(opened.value), log_, toUtf8(key));
+  return opened;
 }
 
 // --- System information, clock, broadcasts.
 
-std::optional<SystemInfo::Memory> FaultInjectingSystem::memoryStatus() {
-  if (log_.enter(calls::kGlobalMemoryStatusEx, 0, "")) return std::nullopt;
+SysResult<SystemInfo::Memory> FaultInjectingSystem::memoryStatus() {
+  if (auto e = log_.enter(calls::kGlobalMemoryStatusEx, 0, "")) return SysResult<Memory>::failure(*e);
   return inner_.memoryStatus();
 }
 
-std::optional<std::wstring> FaultInjectingSystem::windowsDirectory() {
-  if (log_.enter(calls::kGetSystemWindowsDirectoryW, 0, "")) return std::nullopt;
+SysResult<std::wstring> FaultInjectingSystem::windowsDirectory() {
+  if (auto e = log_.enter(calls::kGetSystemWindowsDirectoryW, 0, "")) return SysResult<std::wstring>::failure(*e);
   return inner_.windowsDirectory();
 }
 
-std::optional<std::vector<std::uint32_t>> FaultInjectingSystem::diskDriveSignatures() {
-  if (log_.enter(calls::kWmiQuery, 0, "")) return std::nullopt;
+SysResult<std::vector<std::uint32_t>> FaultInjectingSystem::diskDriveSignatures() {
+  if (auto e = log_.enter(calls::kWmiQuery, 0, "")) return SysResult<std::vector<std::uint32_t>>::failure(*e);
   return inner_.diskDriveSignatures();
 }
 
@@ -342,9 +345,9 @@ void FaultInjectingClock::sleep(std::uint32_t milliseconds) {
   inner_.sleep(milliseconds);
 }
 
-std::int32_t FaultInjectingBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
-                                                const Bytes& record) {
-  if (log_.enter(calls::kBroadcastSystemMessageW, 0, "")) return -1;
+SysResult<std::int32_t> FaultInjectingBroadcast::broadcast(std::uint32_t flags, std::uint32_t message,
+                                                           std::uint64_t wParam, const Bytes& record) {
+  if (auto e = log_.enter(calls::kBroadcastSystemMessageW, 0, "")) return SysResult<std::int32_t>::failure(*e, -1);
   return inner_.broadcast(flags, message, wParam, record);
 }
 

@@ -127,12 +127,12 @@ class RuleLog : public CallLog {
 class FaultInjectingProcess : public ProcessEnvironment {
  public:
   FaultInjectingProcess(ProcessEnvironment& inner, CallLog& log) : inner_(inner), log_(log) {}
-  bool initFramework() override;
-  MutexResult createInstanceMutex(const std::wstring& name) override;
-  bool tokenHasAdministrators() override;
+  SysStatus initFramework() override;
+  SysResult<bool> createInstanceMutex(const std::wstring& name) override;
+  SysResult<bool> tokenHasAdministrators() override;
   // An injected error with its top bit set is the HRESULT itself; any other
   // is a system error code, returned as HRESULT_FROM_WIN32.
-  std::int32_t comInitialize() override;
+  SysStatus comInitialize() override;
   void comUninitialize() override;
 
  private:
@@ -143,7 +143,7 @@ class FaultInjectingProcess : public ProcessEnvironment {
 class FaultInjectingSetup : public DeviceSetup {
  public:
   FaultInjectingSetup(DeviceSetup& inner, CallLog& log) : inner_(inner), log_(log) {}
-  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override;
+  SysResult<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override;
 
  private:
   DeviceSetup& inner_;
@@ -156,11 +156,11 @@ class FaultInjectingSetup : public DeviceSetup {
 class FaultInjectingDeviceIo : public DeviceIo {
  public:
   FaultInjectingDeviceIo(DeviceIo& inner, CallLog& log) : inner_(inner), log_(log) {}
-  OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
-                  std::uint32_t flags) override;
-  ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                        std::uint32_t outSize) override;
-  Status flush(Handle h) override;
+  SysResult<Handle> open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                         std::uint32_t disposition, std::uint32_t flags) override;
+  SysResult<std::uint32_t> control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                                   std::uint32_t outSize) override;
+  SysStatus flush(Handle h) override;
   void close(Handle h) override;
 
   // Handles opened through this layer and not closed yet (a leak when a run
@@ -176,13 +176,13 @@ class FaultInjectingDeviceIo : public DeviceIo {
 class FaultInjectingVolumes : public VolumeService {
  public:
   FaultInjectingVolumes(VolumeService& inner, CallLog& log) : inner_(inner), log_(log) {}
-  std::uint32_t logicalDrives() override;
-  std::uint32_t driveType(const std::wstring& root) override;
-  VolumeInfo volumeInformation(const std::wstring& root) override;
-  FreeSpace diskFreeSpace(const std::wstring& root) override;
-  FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) override;
-  Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override;
-  PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override;
+  SysResult<std::uint32_t> logicalDrives() override;
+  SysResult<std::uint32_t> driveType(const std::wstring& root) override;
+  SysResult<VolumeInfo> volumeInformation(const std::wstring& root) override;
+  SysResult<FreeSpace> diskFreeSpace(const std::wstring& root) override;
+  SysResult<FreeSpaceEx> diskFreeSpaceEx(const std::wstring& path) override;
+  SysResult<std::wstring> volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override;
+  SysResult<PathNames> volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override;
   SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override;
   SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) override;
   SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override;
@@ -195,14 +195,14 @@ class FaultInjectingVolumes : public VolumeService {
 class FaultInjectingFiles : public FileService {
  public:
   FaultInjectingFiles(FileService& inner, CallLog& log) : inner_(inner), log_(log) {}
-  std::uint32_t attributes(const std::wstring& path) override;
-  Size fileSize(const std::wstring& path) override;
-  std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
+  SysResult<std::uint32_t> attributes(const std::wstring& path) override;
+  SysResult<std::uint64_t> fileSize(const std::wstring& path) override;
+  SysResult<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
   // A rule on CreateFileW answers 110 and leaves the file alone; one on
   // WriteFile leaves the file created empty and answers 29.
-  std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override;
+  SysStatus writeWhole(const std::wstring& path, const Bytes& data) override;
   // Asks what GetFileAttributesW asks, so its rules fail this call too.
-  bool pathIsDirectory(const std::wstring& path) override;
+  SysResult<bool> pathIsDirectory(const std::wstring& path) override;
 
  private:
   FileService& inner_;
@@ -214,8 +214,8 @@ class FaultInjectingFiles : public FileService {
 class FaultInjectingRegistry : public Registry {
  public:
   FaultInjectingRegistry(Registry& inner, CallLog& log) : inner_(inner), log_(log) {}
-  std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
-  std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) override;
+  SysResult<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
+  SysResult<std::unique_ptr<Key>> openForWrite(const std::wstring& key) override;
 
  private:
   Registry& inner_;
@@ -225,9 +225,9 @@ class FaultInjectingRegistry : public Registry {
 class FaultInjectingSystem : public SystemInfo {
  public:
   FaultInjectingSystem(SystemInfo& inner, CallLog& log) : inner_(inner), log_(log) {}
-  std::optional<Memory> memoryStatus() override;
-  std::optional<std::wstring> windowsDirectory() override;
-  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override;
+  SysResult<Memory> memoryStatus() override;
+  SysResult<std::wstring> windowsDirectory() override;
+  SysResult<std::vector<std::uint32_t>> diskDriveSignatures() override;
 
  private:
   SystemInfo& inner_;
@@ -250,8 +250,8 @@ class FaultInjectingClock : public Clock {
 class FaultInjectingBroadcast : public DeviceBroadcast {
  public:
   FaultInjectingBroadcast(DeviceBroadcast& inner, CallLog& log) : inner_(inner), log_(log) {}
-  std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
-                         const Bytes& record) override;
+  SysResult<std::int32_t> broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                                    const Bytes& record) override;
 
  private:
   DeviceBroadcast& inner_;

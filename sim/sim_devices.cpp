@@ -42,7 +42,7 @@ ControllerModel::Reply ControllerFaults::handle(std::uint32_t code, const std::u
   return model_.handle(code, in, inSize, out, outSize);
 }
 
-std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(const InterfaceClass& cls, Scope scope) {
+SysResult<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(const InterfaceClass& cls, Scope scope) {
   std::vector<Interface> found;
   if (sameClass(cls, kControllerInterface)) {
     const ControllerState& c = m_.world.controller;
@@ -62,11 +62,11 @@ std::optional<std::vector<DeviceSetup::Interface>> SimSetup::presentInterfaces(c
     }
   }
   if (scope == Scope::FirstOnly && found.size() > 1) found.resize(1);
-  return found;
+  return SysResult<std::vector<Interface>>::success(std::move(found));
 }
 
-DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t access, std::uint32_t share,
-                                       std::uint32_t disposition, std::uint32_t flags) {
+SysResult<DeviceIo::Handle> SimDeviceIo::open(const std::wstring& wpath, std::uint32_t access, std::uint32_t share,
+                                              std::uint32_t disposition, std::uint32_t flags) {
   const std::string path = toUtf8(wpath);
   Opened o{Kind::Controller, path, access};
   const std::string lp = lowerAscii(path);
@@ -80,7 +80,8 @@ DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t 
     const SimDisk* d = nullptr;
     if (!number.empty() && number.size() <= 3 && number.find_first_not_of("0123456789") == std::string::npos)
       d = c.findDisk(static_cast<std::uint32_t>(std::stoul(number)));
-    if (!d || !c.present || d->phase == DiskPhase::Arriving) return {Invalid, syserr::FileNotFound};
+    if (!d || !c.present || d->phase == DiskPhase::Arriving)
+      return SysResult<Handle>::failure(syserr::FileNotFound, Invalid);
     o.kind = Kind::DiskDevice;
     o.disk = d->index;
     for (const Volume& v : m_.world.volumes)
@@ -91,7 +92,7 @@ DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t 
     o.kind = Kind::File;
   } else {
     std::optional<std::string> vol = SimVolumes::volumeForDevicePath(m_.world, path);
-    if (!vol) return {Invalid, syserr::FileNotFound};
+    if (!vol) return SysResult<Handle>::failure(syserr::FileNotFound, Invalid);
     o.kind = Kind::Volume;
     o.volume = *vol;
     // A dismounted volume mounts again when it is next opened.
@@ -99,18 +100,18 @@ DeviceIo::OpenResult SimDeviceIo::open(const std::wstring& wpath, std::uint32_t 
   }
   const Handle h = next_++;
   open_[h] = o;
-  return {h, 0};
+  return SysResult<Handle>::success(h);
 }
 
-DeviceIo::ControlResult SimDeviceIo::control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize,
-                                             void* out, std::uint32_t outSize) {
+SimDeviceIo::Reply SimDeviceIo::control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                                        std::uint32_t outSize) {
   auto it = open_.find(h);
-  if (it == open_.end()) return {false, 0, syserr::InvalidHandle};
+  if (it == open_.end()) return Reply::failure(syserr::InvalidHandle);
   const auto* bin = static_cast<const std::uint8_t*>(in);
   auto* bout = static_cast<std::uint8_t*>(out);
   if (it->second.kind == Kind::Controller) {
     const ControllerModel::Reply r = m_.controller().handle(code, bin, inSize, bout, outSize);
-    return {r.ok(), r.returned, r.error};
+    return r.ok() ? Reply::success(r.returned) : Reply::failure(r.error, r.returned);
   }
   switch (it->second.kind) {
     case Kind::Volume:
@@ -121,29 +122,29 @@ DeviceIo::ControlResult SimDeviceIo::control(Handle h, std::uint32_t code, const
       return diskControl(it->second, code, bout, outSize);
     case Kind::MountManager:
       if (code == ioctl::MountmgrQueryAutoMount) {
-        if (!bout || outSize < 4) return {false, 0, syserr::InsufficientBuffer};
+        if (!bout || outSize < 4) return Reply::failure(syserr::InsufficientBuffer);
         putLe32(bout, m_.world.host.autoMount ? 1 : 0);
-        return {true, 4, 0};
+        return Reply::success(4);
       }
       if (code == ioctl::MountmgrSetAutoMount) {
-        if (!bin || inSize < 4) return {false, 0, syserr::InvalidParameter};
+        if (!bin || inSize < 4) return Reply::failure(syserr::InvalidParameter);
         m_.world.host.autoMount = le32(bin) != 0;
-        return {true, 0, 0};
+        return Reply::success(0);
       }
-      return {false, 0, syserr::InvalidFunction};
+      return Reply::failure(syserr::InvalidFunction);
     case Kind::File:  // a file is no device
     case Kind::Controller:
       break;
   }
-  return {false, 0, syserr::InvalidFunction};
+  return Reply::failure(syserr::InvalidFunction);
 }
 
-DeviceIo::ControlResult SimDeviceIo::diskControl(Opened& o, std::uint32_t code, std::uint8_t* out,
-                                                 std::uint32_t outSize) {
-  if (code != ioctl::DiskGetPartitionInfo) return {false, 0, syserr::InvalidFunction};
+SimDeviceIo::Reply SimDeviceIo::diskControl(Opened& o, std::uint32_t code, std::uint8_t* out,
+                                            std::uint32_t outSize) {
+  if (code != ioctl::DiskGetPartitionInfo) return Reply::failure(syserr::InvalidFunction);
   const SimDisk* d = m_.world.controller.findDisk(static_cast<std::uint32_t>(o.disk));
-  if (!d) return {false, 0, syserr::FileNotFound};
-  if (!out || outSize < 32) return {false, 0, syserr::InsufficientBuffer};
+  if (!d) return Reply::failure(syserr::FileNotFound);
+  if (!out || outSize < 32) return Reply::failure(syserr::InsufficientBuffer);
   // PARTITION_INFORMATION: the one partition of a disk with a master boot record.
   std::memset(out, 0, 32);
   putLe64(out, kPartitionOffset);
@@ -153,22 +154,22 @@ DeviceIo::ControlResult SimDeviceIo::diskControl(Opened& o, std::uint32_t code, 
   out[24] = d->directIo ? 0x06 : 0x0C;  // partition type
   out[25] = 1;  // boot indicator
   out[26] = 1;  // recognized
-  return {true, 32, 0};
+  return Reply::success(32);
 }
 
-DeviceIo::ControlResult SimDeviceIo::volumeControl(Opened& o, std::uint32_t code, const std::uint8_t*,
-                                                   std::uint32_t, std::uint8_t* out, std::uint32_t outSize) {
+SimDeviceIo::Reply SimDeviceIo::volumeControl(Opened& o, std::uint32_t code, const std::uint8_t*, std::uint32_t,
+                                              std::uint8_t* out, std::uint32_t outSize) {
   Volume* v = SimVolumes::findVolume(m_.world, o.volume);
-  if (!v) return {false, 0, syserr::FileNotFound};
+  if (!v) return Reply::failure(syserr::FileNotFound);
   switch (code) {
     case ioctl::VolumeGetVolumeDiskExtents: {
-      if (v->props.offline.value_or(false)) return {false, 0, syserr::NotReady};
+      if (v->props.offline.value_or(false)) return Reply::failure(syserr::NotReady);
       const std::vector<Extent>& extents = v->extents;
       const std::size_t need = 8 + 24 * extents.size();
-      if (!out || outSize < 32) return {false, 0, syserr::InsufficientBuffer};
+      if (!out || outSize < 32) return Reply::failure(syserr::InsufficientBuffer);
       putLe32(out, static_cast<std::uint32_t>(extents.size()));
       putLe32(out + 4, 0);
-      if (outSize < need) return {false, 32, syserr::MoreData};
+      if (outSize < need) return Reply::failure(syserr::MoreData, 32);
       for (std::size_t i = 0; i < extents.size(); ++i) {
         std::uint8_t* e = out + 8 + 24 * i;
         putLe32(e, extents[i].disk);
@@ -176,44 +177,45 @@ DeviceIo::ControlResult SimDeviceIo::volumeControl(Opened& o, std::uint32_t code
         putLe64(e + 8, extents[i].offset);
         putLe64(e + 16, extents[i].length);
       }
-      return {true, static_cast<std::uint32_t>(need), 0};
+      return Reply::success(static_cast<std::uint32_t>(need));
     }
     case ioctl::FsctlLockVolume: {
       // Handles of other processes, or a lock of another handle, keep it from being locked.
-      if (v->heldByOthers > 0) return {false, 0, syserr::AccessDenied};
+      if (v->heldByOthers > 0) return Reply::failure(syserr::AccessDenied);
       for (const auto& [h, other] : open_)
-        if (&other != &o && other.locked && sameNoCase(other.volume, o.volume)) return {false, 0, syserr::AccessDenied};
+        if (&other != &o && other.locked && sameNoCase(other.volume, o.volume))
+          return Reply::failure(syserr::AccessDenied);
       o.locked = true;
-      return {true, 0, 0};
+      return Reply::success(0);
     }
     case ioctl::FsctlUnlockVolume:
-      if (!o.locked) return {false, 0, kNotLocked};
+      if (!o.locked) return Reply::failure(kNotLocked);
       o.locked = false;
-      return {true, 0, 0};
+      return Reply::success(0);
     case ioctl::FsctlDismountVolume:
       // Every handle others hold becomes invalid.
       v->heldByOthers = 0;
       v->dismounted = true;
-      return {true, 0, 0};
+      return Reply::success(0);
     case ioctl::DiskGetPartitionInfo: {
-      if (!out || outSize < 32) return {false, 0, syserr::InsufficientBuffer};
+      if (!out || outSize < 32) return Reply::failure(syserr::InsufficientBuffer);
       std::memset(out, 0, 32);
       putLe64(out, kPartitionOffset);
       putLe64(out + 8, v->props.totalBytes.value_or(0));
       putLe32(out + 20, 1);
       out[26] = 1;
-      return {true, 32, 0};
+      return Reply::success(32);
     }
     default:
-      return {false, 0, syserr::InvalidFunction};
+      return Reply::failure(syserr::InvalidFunction);
   }
 }
 
-DeviceIo::Status SimDeviceIo::flush(Handle h) {
+SysStatus SimDeviceIo::flush(Handle h) {
   auto it = open_.find(h);
-  if (it == open_.end()) return {false, syserr::InvalidHandle};
-  if (!(it->second.access & GenericWrite)) return {false, syserr::AccessDenied};
-  return {true, 0};
+  if (it == open_.end()) return SysStatus::failure(syserr::InvalidHandle);
+  if (!(it->second.access & GenericWrite)) return SysStatus::failure(syserr::AccessDenied);
+  return SysStatus::success();
 }
 
 void SimDeviceIo::close(Handle h) {

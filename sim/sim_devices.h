@@ -16,7 +16,7 @@ namespace vmd::sim {
 class SimSetup : public DeviceSetup {
  public:
   explicit SimSetup(Machine& m) : m_(m) {}
-  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override;
+  SysResult<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override;
 
  private:
   Machine& m_;
@@ -39,12 +39,15 @@ class ControllerFaults {
 
 class SimDeviceIo : public DeviceIo {
  public:
+  // A control request's result: the count of bytes returned.
+  using Reply = SysResult<std::uint32_t>;
+
   explicit SimDeviceIo(Machine& m) : m_(m) {}
-  OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
-                  std::uint32_t flags) override;
-  ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                        std::uint32_t outSize) override;
-  Status flush(Handle h) override;
+  SysResult<Handle> open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                         std::uint32_t disposition, std::uint32_t flags) override;
+  Reply control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                std::uint32_t outSize) override;
+  SysStatus flush(Handle h) override;
   void close(Handle h) override;
 
   // Handles still open (a leak when the run ends with any).
@@ -63,9 +66,9 @@ class SimDeviceIo : public DeviceIo {
   };
 
  private:
-  ControlResult volumeControl(Opened& o, std::uint32_t code, const std::uint8_t* in, std::uint32_t inSize,
-                              std::uint8_t* out, std::uint32_t outSize);
-  ControlResult diskControl(Opened& o, std::uint32_t code, std::uint8_t* out, std::uint32_t outSize);
+  Reply volumeControl(Opened& o, std::uint32_t code, const std::uint8_t* in, std::uint32_t inSize, std::uint8_t* out,
+                      std::uint32_t outSize);
+  Reply diskControl(Opened& o, std::uint32_t code, std::uint8_t* out, std::uint32_t outSize);
 
   Machine& m_;
   std::map<Handle, Opened> open_;

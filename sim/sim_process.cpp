@@ -4,19 +4,17 @@
 
 namespace vmd::sim {
 
-bool SimProcess::initFramework() { return true; }
+SysStatus SimProcess::initFramework() { return SysStatus::success(); }
 
-ProcessEnvironment::MutexResult SimProcess::createInstanceMutex(const std::wstring& name) {
+SysResult<bool> SimProcess::createInstanceMutex(const std::wstring& name) {
   // Another instance, or a mutex of that name created earlier in this run.
-  if (m_.world.host.instanceRunning || !mutexes_.insert(lowerAscii(toUtf8(name))).second) return {true, 183};
-  return {true, 0};
+  const bool existed = m_.world.host.instanceRunning || !mutexes_.insert(lowerAscii(toUtf8(name))).second;
+  return SysResult<bool>::success(existed);
 }
 
-bool SimProcess::tokenHasAdministrators() {
-  return m_.world.host.administrator;
-}
+SysResult<bool> SimProcess::tokenHasAdministrators() { return SysResult<bool>::success(m_.world.host.administrator); }
 
-std::int32_t SimProcess::comInitialize() { return 0; }
+SysStatus SimProcess::comInitialize() { return SysStatus::success(); }
 
 void SimProcess::comUninitialize() {}
 

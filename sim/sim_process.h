@@ -14,10 +14,10 @@ namespace vmd::sim {
 class SimProcess : public ProcessEnvironment {
  public:
   explicit SimProcess(Machine& m) : m_(m) {}
-  bool initFramework() override;
-  MutexResult createInstanceMutex(const std::wstring& name) override;
-  bool tokenHasAdministrators() override;
-  std::int32_t comInitialize() override;
+  SysStatus initFramework() override;
+  SysResult<bool> createInstanceMutex(const std::wstring& name) override;
+  SysResult<bool> tokenHasAdministrators() override;
+  SysStatus comInitialize() override;
   void comUninitialize() override;
 
  private:

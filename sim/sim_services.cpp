@@ -45,30 +45,27 @@ RegKey* findKey(World& w, const std::string& name) {
 class SimKey : public Registry::Key {
  public:
   SimKey(Machine& m, std::string key) : m_(m), key_(std::move(key)) {}
-  std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
-                          Registry::Value& out) override {
+  SysResult<Registry::Value> enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes) override {
+    using Read = SysResult<Registry::Value>;
     RegKey* k = findKey(m_.world, key_);
-    if (!k || index >= k->values.size()) return syserr::NoMoreItems;
+    if (!k || index >= k->values.size()) return Read::failure(syserr::NoMoreItems);
     const RegValue& v = k->values[index];
     const std::wstring name = fromUtf8(v.name);
-    if (name.size() + 1 > nameChars || v.data.size() > dataBytes) return syserr::MoreData;
-    out.name = name;
-    out.type = v.type;
-    out.data = v.data;
-    return 0;
+    if (name.size() + 1 > nameChars || v.data.size() > dataBytes) return Read::failure(syserr::MoreData);
+    return Read::success({name, v.type, v.data});
   }
-  std::uint32_t deleteValue(const std::wstring& wname) override {
+  SysStatus deleteValue(const std::wstring& wname) override {
     const std::string name = toUtf8(wname);
     RegKey* k = findKey(m_.world, key_);
-    if (!k) return syserr::FileNotFound;
+    if (!k) return SysStatus::failure(syserr::FileNotFound);
     for (auto it = k->values.begin(); it != k->values.end(); ++it)
       if (sameNoCase(it->name, name)) {
         k->values.erase(it);
-        return 0;
+        return SysStatus::success();
       }
-    return syserr::FileNotFound;
+    return SysStatus::failure(syserr::FileNotFound);
   }
-  std::uint32_t setBinary(const std::wstring& wname, const Bytes& data) override {
+  SysStatus setBinary(const std::wstring& wname, const Bytes& data) override {
     const std::string name = toUtf8(wname);
     RegKey* k = findKey(m_.world, key_);
     if (!k) {
@@ -79,10 +76,10 @@ class SimKey : public Registry::Key {
       if (sameNoCase(v.name, name)) {
         v.type = kRegBinary;
         v.data = data;
-        return 0;
+        return SysStatus::success();
       }
     k->values.push_back({name, kRegBinary, data});
-    return 0;
+    return SysStatus::success();
   }
 
  private:
@@ -130,48 +127,56 @@ FileEntry* SimFiles::findFile(World& w, const std::string& path) {
   return nullptr;
 }
 
-std::uint32_t SimFiles::attributes(const std::wstring& wpath) {
+SysResult<std::uint32_t> SimFiles::attributes(const std::wstring& wpath) {
+  using Attributes = SysResult<std::uint32_t>;
   const std::string path = toUtf8(wpath);
   if (FileEntry* f = findFile(m_.world, path)) {
-    if (f->attributes) return *f->attributes;
-    return f->directory ? kAttrDirectory : kAttrNormal;
+    // Attributes written as all ones read as the failure they spell.
+    if (f->attributes == InvalidFileAttributes) return Attributes::failure(syserr::AccessDenied, InvalidFileAttributes);
+    if (f->attributes) return Attributes::success(*f->attributes);
+    return Attributes::success(f->directory ? kAttrDirectory : kAttrNormal);
   }
   // The root of a mounted drive is a directory.
   if (path.size() == 3 && path[1] == ':' && path[2] == '\\') {
     const char l = static_cast<char>(path[0] & ~0x20);
     for (const Drive& d : m_.world.drives)
-      if (d.letter == l) return d.rootAttributes.value_or(kAttrDirectory);
+      if (d.letter == l) {
+        const std::uint32_t attrs = d.rootAttributes.value_or(kAttrDirectory);
+        if (attrs == InvalidFileAttributes) return Attributes::failure(syserr::AccessDenied, InvalidFileAttributes);
+        return Attributes::success(attrs);
+      }
     for (const Volume& v : m_.world.volumes)
       if (v.disk)
         for (const std::string& mp : v.mountPoints)
-        if (mp.size() == 3 && static_cast<char>(mp[0] & ~0x20) == l && mp[1] == ':') return kAttrDirectory;
+          if (mp.size() == 3 && static_cast<char>(mp[0] & ~0x20) == l && mp[1] == ':')
+            return Attributes::success(kAttrDirectory);
   }
-  return InvalidFileAttributes;
+  return Attributes::failure(syserr::FileNotFound, InvalidFileAttributes);
 }
 
-FileService::Size SimFiles::fileSize(const std::wstring& wpath) {
+SysResult<std::uint64_t> SimFiles::fileSize(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
   FileEntry* f = findFile(m_.world, path);
-  if (!f || f->directory) return {false, syserr::FileNotFound, 0};
-  return {true, 0, describedSize(*f, describedHead(*f))};
+  if (!f || f->directory) return SysResult<std::uint64_t>::failure(syserr::FileNotFound);
+  return SysResult<std::uint64_t>::success(describedSize(*f, describedHead(*f)));
 }
 
-std::optional<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t count) {
+SysResult<Bytes> SimFiles::readHead(const std::wstring& wpath, std::uint32_t count) {
   const std::string path = toUtf8(wpath);
   FileEntry* f = findFile(m_.world, path);
-  if (!f || f->directory) return std::nullopt;
+  if (!f || f->directory) return SysResult<Bytes>::failure(syserr::FileNotFound);
   Bytes head = describedHead(*f);
   const std::uint64_t size = describedSize(*f, head);
   // Bytes past the described head read as zeros, up to the file's size.
   const std::uint64_t n = size < count ? size : count;
   head.resize(static_cast<std::size_t>(n), 0);
-  return head;
+  return SysResult<Bytes>::success(std::move(head));
 }
 
-std::uint32_t SimFiles::writeWhole(const std::wstring& wpath, const Bytes& data) {
+SysStatus SimFiles::writeWhole(const std::wstring& wpath, const Bytes& data) {
   const std::string path = toUtf8(wpath);
   FileEntry* f = findFile(m_.world, path);
-  if (f && (f->directory || (f->attributes.value_or(0) & 1))) return syserr::OpenFailed;
+  if (f && (f->directory || (f->attributes.value_or(0) & 1))) return SysStatus::failure(syserr::OpenFailed);
   if (!f) {
     m_.world.files.push_back({});
     f = &m_.world.files.back();
@@ -180,46 +185,46 @@ std::uint32_t SimFiles::writeWhole(const std::wstring& wpath, const Bytes& data)
   f->image.reset();
   f->size = data.size();
   f->head = data;
-  return 0;
+  return SysStatus::success();
 }
 
-bool SimFiles::pathIsDirectory(const std::wstring& path) {
-  const std::uint32_t a = attributes(path);
-  return a != InvalidFileAttributes && (a & kAttrDirectory);
+SysResult<bool> SimFiles::pathIsDirectory(const std::wstring& path) {
+  const SysResult<std::uint32_t> a = attributes(path);
+  return SysResult<bool>::success(a.ok && (a.value & kAttrDirectory) != 0);
 }
 
-std::optional<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, const std::wstring& wvalue) {
+SysResult<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, const std::wstring& wvalue) {
+  using Dword = SysResult<std::uint32_t>;
   const std::string key = toUtf8(wkey), value = toUtf8(wvalue);
   RegKey* k = findKey(m_.world, key);
-  if (!k) return std::nullopt;
+  if (!k) return Dword::failure(syserr::FileNotFound);
   for (const RegValue& v : k->values)
     if (sameNoCase(v.name, value)) {
-      // Any type of 4 bytes reads, as RegQueryValueExW into a DWORD does.
-      if (v.data.size() != 4) return std::nullopt;
-      return le32(v.data.data());
+      // Any type of 4 bytes reads, as RegQueryValueExW into a DWORD does;
+      // a longer value does not fit, a shorter one is no DWORD.
+      if (v.data.size() > 4) return Dword::failure(syserr::MoreData);
+      if (v.data.size() < 4) return Dword::failure(syserr::InvalidData);
+      return Dword::success(le32(v.data.data()));
     }
-  return std::nullopt;
+  return Dword::failure(syserr::FileNotFound);
 }
 
-std::unique_ptr<Registry::Key> SimRegistry::openForWrite(const std::wstring& wkey, std::uint32_t& error) {
+SysResult<std::unique_ptr<Registry::Key>> SimRegistry::openForWrite(const std::wstring& wkey) {
+  using Opened = SysResult<std::unique_ptr<Key>>;
   const std::string key = toUtf8(wkey);
-  if (!findKey(m_.world, key)) {
-    error = syserr::FileNotFound;
-    return nullptr;
-  }
-  error = 0;
-  return std::make_unique<SimKey>(m_, key);
+  if (!findKey(m_.world, key)) return Opened::failure(syserr::FileNotFound);
+  return Opened::success(std::make_unique<SimKey>(m_, key));
 }
 
-std::optional<SystemInfo::Memory> SimSystem::memoryStatus() {
+SysResult<SystemInfo::Memory> SimSystem::memoryStatus() {
   const HostState& h = m_.world.host;
-  return Memory{h.totalPhys, h.availPhys};
+  return SysResult<Memory>::success({h.totalPhys, h.availPhys});
 }
 
-std::optional<std::wstring> SimSystem::windowsDirectory() {
+SysResult<std::wstring> SimSystem::windowsDirectory() {
   const std::string& dir = m_.world.host.windowsDirectory;
-  if (dir.empty()) return std::nullopt;
-  return fromUtf8(dir);
+  if (dir.empty()) return SysResult<std::wstring>::failure(syserr::FileNotFound);
+  return SysResult<std::wstring>::success(fromUtf8(dir));
 }
 
 SystemTime SimClock::systemTime() {
@@ -258,18 +263,19 @@ void SimClock::sleep(std::uint32_t milliseconds) {
   m_.sleep(milliseconds);
 }
 
-std::int32_t SimBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) {
+SysResult<std::int32_t> SimBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                                                const Bytes& record) {
   constexpr std::uint32_t kKnownFlags = 0x7FF;  // BSF_QUERY .. BSF_LUID
-  if (flags & ~kKnownFlags) return -1;
+  if (flags & ~kKnownFlags) return SysResult<std::int32_t>::failure(syserr::InvalidParameter, -1);
   m_.world.broadcasts.push_back(BroadcastLog::of(flags, message, wParam, record));
-  return 1;
+  return SysResult<std::int32_t>::success(1);
 }
 
-std::optional<std::vector<std::uint32_t>> SimSystem::diskDriveSignatures() {
+SysResult<std::vector<std::uint32_t>> SimSystem::diskDriveSignatures() {
   std::vector<std::uint32_t> sig = m_.world.wmi.signatures;
   for (const SimDisk& d : m_.world.controller.disks)
     if (d.signature) sig.push_back(*d.signature);
-  return sig;
+  return SysResult<std::vector<std::uint32_t>>::success(std::move(sig));
 }
 
 }  // namespace vmd::sim

@@ -10,11 +10,11 @@ namespace vmd::sim {
 class SimFiles : public FileService {
  public:
   explicit SimFiles(Machine& m) : m_(m) {}
-  std::uint32_t attributes(const std::wstring& path) override;
-  Size fileSize(const std::wstring& path) override;
-  std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
-  std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override;
-  bool pathIsDirectory(const std::wstring& path) override;
+  SysResult<std::uint32_t> attributes(const std::wstring& path) override;
+  SysResult<std::uint64_t> fileSize(const std::wstring& path) override;
+  SysResult<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
+  SysStatus writeWhole(const std::wstring& path, const Bytes& data) override;
+  SysResult<bool> pathIsDirectory(const std::wstring& path) override;
 
   static FileEntry* findFile(World& w, const std::string& path);
 
@@ -25,8 +25,8 @@ class SimFiles : public FileService {
 class SimRegistry : public Registry {
  public:
   explicit SimRegistry(Machine& m) : m_(m) {}
-  std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
-  std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) override;
+  SysResult<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
+  SysResult<std::unique_ptr<Key>> openForWrite(const std::wstring& key) override;
 
  private:
   Machine& m_;
@@ -35,9 +35,9 @@ class SimRegistry : public Registry {
 class SimSystem : public SystemInfo {
  public:
   explicit SimSystem(Machine& m) : m_(m) {}
-  std::optional<Memory> memoryStatus() override;
-  std::optional<std::wstring> windowsDirectory() override;
-  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override;
+  SysResult<Memory> memoryStatus() override;
+  SysResult<std::wstring> windowsDirectory() override;
+  SysResult<std::vector<std::uint32_t>> diskDriveSignatures() override;
 
  private:
   Machine& m_;
@@ -59,8 +59,8 @@ class SimClock : public Clock {
 class SimBroadcast : public DeviceBroadcast {
  public:
   explicit SimBroadcast(Machine& m) : m_(m) {}
-  std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
-                         const Bytes& record) override;
+  SysResult<std::int32_t> broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                                    const Bytes& record) override;
 
  private:
   Machine& m_;

@@ -163,7 +163,7 @@ std::optional<std::string> SimVolumes::volumeForDevicePath(World& w, const std::
   return std::nullopt;
 }
 
-std::uint32_t SimVolumes::logicalDrives() {
+SysResult<std::uint32_t> SimVolumes::logicalDrives() {
   std::uint32_t mask = 0;
   for (const Drive& d : m_.world.drives) {
     const char c = upperLetter(d.letter);
@@ -173,29 +173,30 @@ std::uint32_t SimVolumes::logicalDrives() {
     if (v.present && v.disk)
       for (const std::string& mp : v.mountPoints)
         if (const char c = letterOf(mp); c && mp.size() <= 3) mask |= 1u << (c - 'A');
-  return mask;
+  return SysResult<std::uint32_t>::success(mask);
 }
 
-std::uint32_t SimVolumes::driveType(const std::wstring& wroot) {
+SysResult<std::uint32_t> SimVolumes::driveType(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
   std::optional<View> v = resolveRoot(m_.world, root);
-  if (!v) return drivetype::NoRootDir;
-  return v->type;
+  if (!v) return SysResult<std::uint32_t>::success(drivetype::NoRootDir);
+  return SysResult<std::uint32_t>::success(v->type);
 }
 
-VolumeService::VolumeInfo SimVolumes::volumeInformation(const std::wstring& wroot) {
+SysResult<VolumeService::VolumeInfo> SimVolumes::volumeInformation(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
   std::optional<View> v = resolveRoot(m_.world, root);
   if (!v || !v->volume.props.fileSystem || v->volume.props.offline.value_or(false))
-    return {false, syserr::NotReady, L"", 0, L""};
+    return SysResult<VolumeInfo>::failure(syserr::NotReady);
   const VolumeProps& p = v->volume.props;
-  return {true, 0, fromUtf8(p.label.value_or("")), p.serial.value_or(0), fromUtf8(*p.fileSystem)};
+  return SysResult<VolumeInfo>::success(
+      {fromUtf8(p.label.value_or("")), p.serial.value_or(0), fromUtf8(*p.fileSystem)});
 }
 
-VolumeService::FreeSpace SimVolumes::diskFreeSpace(const std::wstring& wroot) {
+SysResult<VolumeService::FreeSpace> SimVolumes::diskFreeSpace(const std::wstring& wroot) {
   const std::string root = toUtf8(wroot);
   std::optional<View> v = resolveRoot(m_.world, root);
-  if (!v || !v->volume.props.fileSystem) return {false, syserr::NotReady, 0, 0, 0, 0};
+  if (!v || !v->volume.props.fileSystem) return SysResult<FreeSpace>::failure(syserr::NotReady);
   const VolumeProps& p = v->volume.props;
   const std::uint32_t spc = p.sectorsPerCluster.value_or(8);
   const std::uint32_t bps = p.bytesPerSector.value_or(512);
@@ -203,34 +204,36 @@ VolumeService::FreeSpace SimVolumes::diskFreeSpace(const std::wstring& wroot) {
   const std::uint64_t total = p.totalBytes.value_or(0);
   const std::uint64_t free = p.freeBytes.value_or(0);
   auto clamp = [](std::uint64_t x) { return static_cast<std::uint32_t>(x > 0xFFFFFFFFu ? 0xFFFFFFFFu : x); };
-  return {true, 0, spc, bps, clamp(cluster ? free / cluster : 0), clamp(cluster ? total / cluster : 0)};
+  return SysResult<FreeSpace>::success(
+      {spc, bps, clamp(cluster ? free / cluster : 0), clamp(cluster ? total / cluster : 0)});
 }
 
-VolumeService::FreeSpaceEx SimVolumes::diskFreeSpaceEx(const std::wstring& wpath) {
+SysResult<VolumeService::FreeSpaceEx> SimVolumes::diskFreeSpaceEx(const std::wstring& wpath) {
   const std::string path = toUtf8(wpath);
   std::optional<View> v = resolveRoot(m_.world, path);
   if (!v && path.size() >= 3 && path[1] == ':') v = resolveRoot(m_.world, path.substr(0, 3));
-  if (!v || !v->volume.props.fileSystem) return {false, syserr::NotReady, 0, 0, 0};
+  if (!v || !v->volume.props.fileSystem) return SysResult<FreeSpaceEx>::failure(syserr::NotReady);
   const VolumeProps& p = v->volume.props;
   const std::uint64_t total = p.totalBytes.value_or(0);
   const std::uint64_t free = p.freeBytes.value_or(0);
-  return {true, 0, p.freeToCaller.value_or(free), total, free};
+  return SysResult<FreeSpaceEx>::success({p.freeToCaller.value_or(free), total, free});
 }
 
-VolumeService::Text SimVolumes::volumeNameForMountPoint(const std::wstring& wmp, std::uint32_t chars) {
+SysResult<std::wstring> SimVolumes::volumeNameForMountPoint(const std::wstring& wmp, std::uint32_t chars) {
+  using Name = SysResult<std::wstring>;
   const std::string mp = toUtf8(wmp);
-  if (mp.empty() || mp.back() != '\\') return {false, syserr::InvalidParameter, L""};
+  if (mp.empty() || mp.back() != '\\') return Name::failure(syserr::InvalidParameter);
   std::optional<View> v = resolveRoot(m_.world, mp);
-  if (!v || !v->hasVolume || v->volume.name.empty()) return {false, syserr::FileNotFound, L""};
+  if (!v || !v->hasVolume || v->volume.name.empty()) return Name::failure(syserr::FileNotFound);
   std::wstring name = fromUtf8(v->volume.name);
-  if (name.size() + 1 > chars) return {false, 206u, L""};
-  return {true, 0, name};
+  if (name.size() + 1 > chars) return Name::failure(206u);  // ERROR_FILENAME_EXCED_RANGE
+  return Name::success(std::move(name));
 }
 
-VolumeService::PathNames SimVolumes::volumePathNames(const std::wstring& wname, std::uint32_t chars) {
+SysResult<VolumeService::PathNames> SimVolumes::volumePathNames(const std::wstring& wname, std::uint32_t chars) {
   const std::string name = toUtf8(wname);
   Volume* v = findVolume(m_.world, name);
-  if (!v) return {false, syserr::FileNotFound, {}, 0};
+  if (!v) return SysResult<PathNames>::failure(syserr::FileNotFound);
   std::vector<wchar_t> multi;
   for (const std::string& mp : v->mountPoints) {
     const std::wstring w = fromUtf8(mp);
@@ -239,18 +242,20 @@ VolumeService::PathNames SimVolumes::volumePathNames(const std::wstring& wname, 
   }
   multi.push_back(0);
   if (multi.size() == 1) multi.push_back(0);  // an empty list still holds two terminators
-  if (multi.size() > chars) return {false, syserr::MoreData, {}, static_cast<std::uint32_t>(multi.size())};
-  return {true, 0, multi, static_cast<std::uint32_t>(multi.size())};
+  const auto needed = static_cast<std::uint32_t>(multi.size());
+  if (multi.size() > chars) return SysResult<PathNames>::failure(syserr::MoreData, {{}, needed});
+  return SysResult<PathNames>::success({std::move(multi), needed});
 }
 
 SysStatus SimVolumes::setVolumeMountPoint(const std::wstring& wmp, const std::wstring& wname) {
   const std::string mp = toUtf8(wmp);
   const std::string name = toUtf8(wname);
-  if (mp.empty() || mp.back() != '\\' || name.empty() || name.back() != '\\') return {false, syserr::InvalidParameter};
+  if (mp.empty() || mp.back() != '\\' || name.empty() || name.back() != '\\')
+    return SysStatus::failure(syserr::InvalidParameter);
   Volume* v = findVolume(m_.world, name);
-  if (!v || !v->present) return {false, syserr::FileNotFound};
+  if (!v || !v->present) return SysStatus::failure(syserr::FileNotFound);
   if (const char letter = letterOf(mp)) {
-    if (findDrive(m_.world, letter) || volumeAtLetter(m_.world, letter)) return {false, kDirNotEmpty};
+    if (findDrive(m_.world, letter) || volumeAtLetter(m_.world, letter)) return SysStatus::failure(kDirNotEmpty);
     v->mountPoints.push_back(std::string(1, letter) + ":\\");
     if (v->disk) {
       rememberLetter(m_.world, letter, *v);
@@ -260,25 +265,25 @@ SysStatus SimVolumes::setVolumeMountPoint(const std::wstring& wmp, const std::ws
       d.volume = v->name;
       m_.world.drives.push_back(d);
     }
-    return {true, 0};
+    return SysStatus::success();
   }
   for (const Volume& o : m_.world.volumes)
     for (const std::string& p : o.mountPoints)
-      if (sameNoCase(withSlash(p), mp)) return {false, kDirNotEmpty};
+      if (sameNoCase(withSlash(p), mp)) return SysStatus::failure(kDirNotEmpty);
   v->mountPoints.push_back(mp);
-  return {true, 0};
+  return SysStatus::success();
 }
 
 SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
   const std::string mp = toUtf8(wmp);
-  if (mp.empty() || mp.back() != '\\') return {false, syserr::InvalidParameter};
+  if (mp.empty() || mp.back() != '\\') return SysStatus::failure(syserr::InvalidParameter);
   const char letter = letterOf(mp);
   if (letter) {
     if (Volume* v = volumeAtLetter(m_.world, letter)) {
       for (auto it = v->mountPoints.begin(); it != v->mountPoints.end();)
         it = mountsLetter(*it, letter) ? v->mountPoints.erase(it) : it + 1;
       forgetLetter(m_.world, letter);
-      return {true, 0};
+      return SysStatus::success();
     }
     for (auto it = m_.world.drives.begin(); it != m_.world.drives.end(); ++it)
       if (upperLetter(it->letter) == letter && it->volume) {
@@ -287,28 +292,28 @@ SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
             mp = mountsLetter(*mp, letter) ? v->mountPoints.erase(mp) : mp + 1;
         m_.world.drives.erase(it);
         forgetLetter(m_.world, letter);
-        return {true, 0};
+        return SysStatus::success();
       }
-    return {false, syserr::FileNotFound};
+    return SysStatus::failure(syserr::FileNotFound);
   }
   for (Volume& v : m_.world.volumes)
     for (auto it = v.mountPoints.begin(); it != v.mountPoints.end(); ++it)
       if (sameNoCase(withSlash(*it), mp)) {
         v.mountPoints.erase(it);
-        return {true, 0};
+        return SysStatus::success();
       }
-  return {false, syserr::FileNotFound};
+  return SysStatus::failure(syserr::FileNotFound);
 }
 
 SysStatus SimVolumes::setVolumeLabel(const std::wstring& wroot, const std::wstring* label) {
   const std::string root = toUtf8(wroot);
   std::optional<View> view = resolveRoot(m_.world, root);
-  if (!view || !view->hasVolume) return {false, syserr::FileNotFound};
+  if (!view || !view->hasVolume) return SysStatus::failure(syserr::FileNotFound);
   Volume* v = findVolume(m_.world, view->volume.name);
-  if (!v || !v->props.fileSystem) return {false, syserr::NotReady};
-  if (label && label->size() > 32) return {false, 154};  // ERROR_LABEL_TOO_LONG
+  if (!v || !v->props.fileSystem) return SysStatus::failure(syserr::NotReady);
+  if (label && label->size() > 32) return SysStatus::failure(154);  // ERROR_LABEL_TOO_LONG
   v->props.label = label ? toUtf8(*label) : std::string();
-  return {true, 0};
+  return SysStatus::success();
 }
 
 }  // namespace vmd::sim

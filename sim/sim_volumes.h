@@ -15,13 +15,13 @@ class SimVolumes : public VolumeService {
  public:
   explicit SimVolumes(Machine& m) : m_(m) {}
 
-  std::uint32_t logicalDrives() override;
-  std::uint32_t driveType(const std::wstring& root) override;
-  VolumeInfo volumeInformation(const std::wstring& root) override;
-  FreeSpace diskFreeSpace(const std::wstring& root) override;
-  FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) override;
-  Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override;
-  PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override;
+  SysResult<std::uint32_t> logicalDrives() override;
+  SysResult<std::uint32_t> driveType(const std::wstring& root) override;
+  SysResult<VolumeInfo> volumeInformation(const std::wstring& root) override;
+  SysResult<FreeSpace> diskFreeSpace(const std::wstring& root) override;
+  SysResult<FreeSpaceEx> diskFreeSpaceEx(const std::wstring& path) override;
+  SysResult<std::wstring> volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override;
+  SysResult<PathNames> volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override;
   SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override;
   SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) override;
   SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override;

@@ -49,7 +49,7 @@ CommandResult addCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
   if (mount.mountStatus != mountstatus::Ready) {
     app.io.err(L"Warning: mounting volume failed (0x%08x)!\n", mount.mountStatus);
   } else if (controllerAssignsLetter(*record) && mount.driveLetter != 0) {
-    if (BroadcastVolumeChange(ctx, dbt::DeviceArrival, static_cast<wchar_t>(mount.driveLetter)) < 0)
+    if (!BroadcastVolumeChange(ctx, dbt::DeviceArrival, static_cast<wchar_t>(mount.driveLetter)).ok)
       app.io.err(L"Warning: updating system variables failed!\n");
   }
   if (!silent)

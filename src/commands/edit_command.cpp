@@ -7,6 +7,7 @@
 
 #include "base/bytes.h"
 #include "base/format.h"
+#include "base/ignore_result.h"
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
 #include "controller/controller.h"
@@ -28,10 +29,11 @@ namespace {
 constexpr std::uint64_t kDefaultPartitionOffset = 32256;
 
 std::uint64_t partitionOffset(App& app, std::uint8_t index) {
-  DeviceHandle disk = DeviceHandle::open(app.sys.io, diskDevicePath(index), DeviceIo::GenericRead,
-                                         DeviceIo::ShareRead | DeviceIo::ShareWrite, DeviceIo::AttributeNormal);
+  SysResult<DeviceHandle> disk =
+      DeviceHandle::open(app.sys.io, diskDevicePath(index), DeviceIo::GenericRead,
+                         DeviceIo::ShareRead | DeviceIo::ShareWrite, DeviceIo::AttributeNormal);
   std::uint8_t info[32] = {};
-  if (!disk.valid() || !disk.control(ioctl::DiskGetPartitionInfo, nullptr, 0, info, sizeof info).ok)
+  if (!disk.ok || !disk.value.control(ioctl::DiskGetPartitionInfo, nullptr, 0, info, sizeof info).ok)
     return kDefaultPartitionOffset;
   return getLE(info, sizeof info, 0, 8);
 }
@@ -48,8 +50,9 @@ void applyImageSettingsNow(App& app, std::uint8_t index, const Bytes& newRecord,
       return;
   }
   const Bytes request = applyImageRequest(index, newRecord);
-  app.controller.request(ioctl::ApplyImageSettings, request.data(), static_cast<std::uint32_t>(request.size()),
-                         nullptr, 0);
+  ignoreResult(app.controller.request(ioctl::ApplyImageSettings, request.data(),
+                                      static_cast<std::uint32_t>(request.size()), nullptr, 0),
+               "the new image settings are stored and take effect at the next restart anyway");
 }
 
 }  // namespace
@@ -120,9 +123,12 @@ CommandResult editCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
   if (present != 0) {
     if (labelDiffers(*oldRecord, *newRecord)) {
       const std::optional<std::wstring> label = recordLabel(*newRecord);
-      app.sys.volumes.setVolumeLabel(format(L"%c:\\", present), label ? &*label : nullptr);
+      ignoreResult(app.sys.volumes.setVolumeLabel(format(L"%c:\\", present), label ? &*label : nullptr),
+                   "the new label is stored and taken at the next restart");
     }
-    if (letterChanged) ChangeDriveLetter(ctx, index, info.directIo, oldLetter, newLetter);
+    if (letterChanged)
+      ignoreResult(ChangeDriveLetter(ctx, index, info.directIo, oldLetter, newLetter),
+                   "the new letter is stored and taken at the next restart");
   }
   // A disk that leaves the controller's letter for the system's gets its
   // letter recorded where the mount-point manager will look for it.
@@ -131,7 +137,8 @@ CommandResult editCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
     std::array<std::uint8_t, 12> data{};
     putLE(data.data(), data.size(), 0, 4, recordSignature(*newRecord));
     putLE(data.data(), data.size(), 4, 8, partitionOffset(app, index));
-    RewriteMountedDevice(ctx, newLetter, data);
+    ignoreResult(RewriteMountedDevice(ctx, newLetter, data),
+                 "without the record the system gives the disk a free letter at its next arrival");
   }
   return Success;
 }

@@ -72,12 +72,12 @@ CommandResult exportCommand(App& app, const wchar_t*, int argc, wchar_t** argv) 
     return Failed;
   }
   std::wstring path = options.file;
-  if (app.sys.files.pathIsDirectory(path)) {
+  if (app.sys.files.pathIsDirectory(path).valueOr(false)) {
     app.io.err(L"Error: file '%s' is invalid!\n", path);
     return Failed;
   }
   if (!hasExtension(path)) path += L".vdd";
-  if (!options.silent && app.sys.files.attributes(path) != InvalidFileAttributes) {
+  if (!options.silent && app.sys.files.attributes(path).ok) {
     app.io.err(L"Warning: file '%s' already exists. Are you sure to overwrite it?\n", path);
     if (!app.io.confirm(L"Press 'Y' or 'y' to continue, any other key to cancel: ")) return Cancelled;
   }
@@ -88,11 +88,11 @@ CommandResult exportCommand(App& app, const wchar_t*, int argc, wchar_t** argv) 
     return Failed;
   }
   const std::uint16_t letter = descriptorLetter(inventory, info, *record);
-  const std::uint32_t result =
+  const SysStatus written =
       WriteDescriptorFile(app.sys.files, path, *record, descriptor::Magic,
                           static_cast<std::uint16_t>(app.controller.facts.variantCode & 0xFFFF), letter);
-  if (result != 0) {
-    app.io.err(L"Error: exporting disk (#%d) settings to file '%s' failed (0x%08x)!\n", index, path, result);
+  if (!written.ok) {
+    app.io.err(L"Error: exporting disk (#%d) settings to file '%s' failed (0x%08x)!\n", index, path, written.error);
     return Failed;
   }
   if (!options.silent) app.io.err(L"Success: disk (#%d) settings have been exported to file '%s'.\n", index, path);

@@ -45,15 +45,15 @@ constexpr OtherManager kOtherManagers[] = {
 
 bool otherImManagerPresent(App& app) {
   for (const OtherManager& m : kOtherManagers) {
-    const std::optional<std::uint32_t> v = app.sys.registry.readDword(m.key, m.value);
-    if (v && *v != 0) return true;
+    const SysResult<std::uint32_t> v = app.sys.registry.readDword(m.key, m.value);
+    if (v.ok && v.value != 0) return true;
   }
   return false;
 }
 
 wchar_t defaultHiberDrive(App& app) {
-  const std::optional<std::wstring> dir = app.sys.system.windowsDirectory();
-  return dir && !dir->empty() ? (*dir)[0] : 0;
+  const SysResult<std::wstring> dir = app.sys.system.windowsDirectory();
+  return dir.ok && !dir.value.empty() ? dir.value[0] : 0;
 }
 
 void showImStatus(App& app) {
@@ -149,7 +149,7 @@ void parseImOptions(App& app, int argc, wchar_t** argv, ImOptions& options, bool
       case L'l': {
         const wchar_t letter = scan.optarg ? scan.optarg[0] : 0;
         const wchar_t upper = asciiUpper(letter);
-        if (upper >= L'A' && upper <= L'Z' && (app.sys.volumes.logicalDrives() & (1u << (upper - L'A'))))
+        if (upper >= L'A' && upper <= L'Z' && (app.sys.volumes.logicalDrives().valueOr(0) & (1u << (upper - L'A'))))
           options.hiberDrive = static_cast<std::uint32_t>(letter);
         else
           app.io.err(L"Warning: bad value for option '%s'\n", optionAsTyped(scan, argv));
@@ -195,7 +195,7 @@ CommandResult enableIm(App& app, int argc, wchar_t** argv, const std::optional<I
   }
   // Options first; the enable is not sent when they are refused.
   const auto record = options.bytes();
-  IoOutcome r = app.controller.request(ioctl::SetImOptions, record.data(), 24, nullptr, 0);
+  SysResult<std::uint32_t> r = app.controller.request(ioctl::SetImOptions, record.data(), 24, nullptr, 0);
   if (r.ok) r = app.controller.request(ioctl::EnableIm, nullptr, 0, nullptr, 0);
   if (!r.ok) {
     app.io.err(L"Error: failed to enable/change Invisbile Memory (0x%08x)!\n", r.error);

@@ -15,8 +15,8 @@ CommandResult memCommand(App& app, const wchar_t*, int, wchar_t**) {
     app.io.out(L"N/A");
   app.io.out(L"\n");
   app.io.out(L"OS Managed Memory (Free/Total): ");
-  if (const auto memory = app.sys.system.memoryStatus())
-    app.io.out(L"%I64u/%I64u MB", memory->availPhys >> 20, memory->totalPhys >> 20);
+  if (const SysResult<SystemInfo::Memory> memory = app.sys.system.memoryStatus(); memory.ok)
+    app.io.out(L"%I64u/%I64u MB", memory.value.availPhys >> 20, memory.value.totalPhys >> 20);
   else
     app.io.out(L"N/A");
   app.io.out(L"\n");

@@ -8,6 +8,7 @@
 
 #include "base/bytes.h"
 #include "base/decimal.h"
+#include "base/ignore_result.h"
 #include "base/text_codec.h"
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
@@ -55,10 +56,11 @@ SaveOptions parseSaveOptions(App& app, int argc, wchar_t** argv) {
 
 // Opened for reading and writing so that FlushFileBuffers may write; a
 // volume that cannot be opened is not flushed.
-bool FlushVolume(DeviceIo& io, const std::wstring& volume) {
-  DeviceHandle h = DeviceHandle::open(io, volume, DeviceIo::GenericRead | DeviceIo::GenericWrite,
-                                      DeviceIo::ShareRead | DeviceIo::ShareWrite, 0);
-  return h.flush().ok;
+SysStatus FlushVolume(DeviceIo& io, const std::wstring& volume) {
+  SysResult<DeviceHandle> h = DeviceHandle::open(io, volume, DeviceIo::GenericRead | DeviceIo::GenericWrite,
+                                                 DeviceIo::ShareRead | DeviceIo::ShareWrite, 0);
+  if (!h.ok) return h.status();
+  return h.value.flush();
 }
 
 }  // namespace
@@ -149,7 +151,7 @@ CommandResult saveCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
       app.io.errStr(strid::FileInvalid, saveAs);
       return Failed;
     }
-    const std::uint32_t type = app.sys.volumes.driveType(saveAs.substr(0, 1) + L":\\");
+    const std::uint32_t type = app.sys.volumes.driveType(saveAs.substr(0, 1) + L":\\").valueOr(drivetype::Unknown);
     if (type != drivetype::Removable && type != drivetype::Fixed) {
       app.io.errStr(strid::FileInvalidVolume, saveAs);
       return Failed;
@@ -200,13 +202,13 @@ CommandResult saveCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
   }
 
   for (const std::wstring& volume : inventory.diskVolumePaths(info.number, info.directIo))
-    FlushVolume(app.sys.io, volume);  // the result is not checked
+    ignoreResult(FlushVolume(app.sys.io, volume),
+                 "the controller saves the disk as it stands; what a volume still caches is the volume's");
   if (!options.silent) app.io.out(L"Saving, please wait...\n");
 
   const Bytes request = BuildSaveImageRequest(info.number, record);
-  const IoOutcome r =
-      app.controller.request(ioctl::SaveDiskImage, request.data(), static_cast<std::uint32_t>(request.size()),
-                             nullptr, 0);
+  const SysResult<std::uint32_t> r = app.controller.request(
+      ioctl::SaveDiskImage, request.data(), static_cast<std::uint32_t>(request.size()), nullptr, 0);
   if (!r.ok) {
     app.io.err(L"Error: saving disk (#%d) contents to image file '%s' failed (0x%08x)!\n", index, shownPath,
                r.error);

@@ -3,6 +3,7 @@
 #include "commands/view_command.h"
 
 #include "commands/commands.h"
+#include "base/ignore_result.h"
 #include "commands/disk_commands.h"
 #include "controller/controller.h"
 #include "controller/inventory.h"
@@ -25,10 +26,10 @@ constexpr int kPathNamesTries = 16;
 std::optional<std::vector<wchar_t>> QueryVolumePathNames(App& app, const std::wstring& volumeName) {
   std::uint32_t chars = kPathNamesChars;
   for (int tries = 0; tries < kPathNamesTries; ++tries) {
-    VolumeService::PathNames r = app.sys.volumes.volumePathNames(volumeName, chars);
-    if (r.ok) return std::move(r.multiString);
+    SysResult<VolumeService::PathNames> r = app.sys.volumes.volumePathNames(volumeName, chars);
+    if (r.ok) return std::move(r.value.multiString);
     if (r.error != syserr::MoreData) return std::nullopt;
-    chars = r.needed;
+    chars = r.value.needed;
   }
   return std::nullopt;
 }
@@ -46,15 +47,16 @@ void PrintVolumeDetails(App& app, const std::wstring& path, bool rootPath) {
     out.out(L"Volume: %s\n", path);
   }
 
-  const VolumeService::VolumeInfo info = app.sys.volumes.volumeInformation(path);
-  if (!info.ok) return;
+  const SysResult<VolumeService::VolumeInfo> read = app.sys.volumes.volumeInformation(path);
+  if (!read.ok) return;
+  const VolumeService::VolumeInfo& info = read.value;
   out.out(L"File system: %s\n", info.fileSystem);
-  const VolumeService::FreeSpace space = app.sys.volumes.diskFreeSpace(path);
-  const std::uint32_t cluster = space.sectorsPerCluster * space.bytesPerSector;
+  const SysResult<VolumeService::FreeSpace> space = app.sys.volumes.diskFreeSpace(path);
+  const std::uint32_t cluster = space.value.sectorsPerCluster * space.value.bytesPerSector;
   if (space.ok && cluster != 0) out.out(L"Cluster size: %s\n", FormatClusterSize(out, cluster));
   out.out(L"Volume label: %s\n", info.label);
-  const VolumeService::FreeSpaceEx size = app.sys.volumes.diskFreeSpaceEx(path);
-  if (size.ok) out.out(L"Volume size: %s\n", FormatByteSize(out, size.totalBytes));
+  const SysResult<VolumeService::FreeSpaceEx> size = app.sys.volumes.diskFreeSpaceEx(path);
+  if (size.ok) out.out(L"Volume size: %s\n", FormatByteSize(out, size.value.totalBytes));
   out.out(L"Volume serial number: %04X-%04X\n", info.serial >> 16, info.serial & 0xFFFF);
 }
 
@@ -80,7 +82,7 @@ CommandResult PrintDiskStatus(App& app, DiskInventory& inventory, const DiskInfo
     return Success;
   }
   for (const std::wstring& volume : inventory.diskVolumePaths(disk.number, false)) {
-    const VolumeService::Text name = app.sys.volumes.volumeNameForMountPoint(volume + L"\\", kVolumeNameChars);
+    const SysResult<std::wstring> name = app.sys.volumes.volumeNameForMountPoint(volume + L"\\", kVolumeNameChars);
     if (!name.ok) continue;
     PrintVolumeDetails(app, name.value, false);
     app.io.out(kRule);
@@ -103,8 +105,8 @@ CommandResult viewCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
   app.io.out(L"\nDisk #%d Settings\n", static_cast<int>(disk.number));
   PrintDiskSettings(app.io, settings, reportmode::Settings);
 
-  // A failed status read has printed its error; the command still succeeds.
-  PrintDiskStatus(app, inventory, disk);
+  ignoreResult(PrintDiskStatus(app, inventory, disk),
+               "a failed status read has printed its error; the command still succeeds");
   return Success;
 }
 

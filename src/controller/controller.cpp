@@ -8,21 +8,22 @@
 
 namespace vmd {
 
-IoOutcome sendRequest(DeviceIo& io, const std::wstring& path, std::uint32_t access, std::uint32_t share,
-                      std::uint32_t flags, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                      std::uint32_t outSize) {
-  const DeviceIo::OpenResult h = io.open(path, access, share, DeviceIo::OpenExisting, flags);
-  if (h.handle == DeviceIo::Invalid) return {false, 0, h.error};
-  const DeviceIo::ControlResult r = io.control(h.handle, code, in, inSize, out, outSize);
-  io.close(h.handle);
-  return {r.ok, r.returned, r.ok ? 0u : r.error};
+SysResult<std::uint32_t> sendRequest(DeviceIo& io, const std::wstring& path, std::uint32_t access,
+                                     std::uint32_t share, std::uint32_t flags, std::uint32_t code, const void* in,
+                                     std::uint32_t inSize, void* out, std::uint32_t outSize) {
+  const SysResult<DeviceIo::Handle> h = io.open(path, access, share, DeviceIo::OpenExisting, flags);
+  if (!h.ok) return SysResult<std::uint32_t>::failure(h.error);
+  const SysResult<std::uint32_t> r = io.control(h.value, code, in, inSize, out, outSize);
+  io.close(h.value);
+  return r;
 }
 
 bool CQnIoCtrl::discover() {
   // Only the interface enumerated first is used, even when others exist.
-  const auto found = setup_.presentInterfaces(kControllerInterface, DeviceSetup::Scope::FirstOnly);
-  if (!found) return false;
-  for (const auto& i : *found) {
+  const SysResult<std::vector<DeviceSetup::Interface>> found =
+      setup_.presentInterfaces(kControllerInterface, DeviceSetup::Scope::FirstOnly);
+  if (!found.ok) return false;
+  for (const auto& i : found.value) {
     if (i.index == 0) {
       path_ = i.path;
       break;
@@ -31,8 +32,8 @@ bool CQnIoCtrl::discover() {
   return true;
 }
 
-IoOutcome CQnIoCtrl::request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                             std::uint32_t outSize) {
+SysResult<std::uint32_t> CQnIoCtrl::request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                                            std::uint32_t outSize) {
   return sendRequest(io_, path_, DeviceIo::GenericRead | DeviceIo::GenericWrite,
                      DeviceIo::ShareRead | DeviceIo::ShareWrite, 0, code, in, inSize, out, outSize);
 }
@@ -48,11 +49,11 @@ std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t co
       return std::nullopt;
     }
     const std::uint32_t room = size > withheld ? size - withheld : 0;
-    const IoOutcome r = controller.request(code, request.data(), static_cast<std::uint32_t>(request.size()),
-                                           buffer.data() + (size - room), room);
+    const SysResult<std::uint32_t> r = controller.request(
+        code, request.data(), static_cast<std::uint32_t>(request.size()), buffer.data() + (size - room), room);
     if (r.ok) {
       // Only what the controller returned was written into the buffer.
-      const std::uint32_t returned = std::min(r.returned, room);
+      const std::uint32_t returned = std::min(r.value, room);
       const auto from = buffer.begin() + static_cast<std::ptrdiff_t>(size - room);
       return Bytes(from, from + returned);
     }

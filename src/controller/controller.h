@@ -13,19 +13,13 @@
 
 namespace vmd {
 
-// Result of one request: success, the bytes returned and, on failure, the
-// system error of the open or of the request.
-struct IoOutcome {
-  bool ok;
-  std::uint32_t returned;
-  std::uint32_t error;
-};
-
 // Open `path` with the given access and sharing (open existing), send one
-// synchronous request, close. A failed open is a failed request.
-IoOutcome sendRequest(DeviceIo& io, const std::wstring& path, std::uint32_t access, std::uint32_t share,
-                      std::uint32_t flags, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                      std::uint32_t outSize);
+// synchronous request, close. The value is the count of bytes returned; on
+// failure the error is the open's or the request's. A failed open is a
+// failed request.
+SysResult<std::uint32_t> sendRequest(DeviceIo& io, const std::wstring& path, std::uint32_t access,
+                                     std::uint32_t share, std::uint32_t flags, std::uint32_t code, const void* in,
+                                     std::uint32_t inSize, void* out, std::uint32_t outSize);
 
 class CQnIoCtrl {
  public:
@@ -38,7 +32,8 @@ class CQnIoCtrl {
 
   // Open the controller for read and write (shared), one request, close. A
   // failed open is a failed request, with the open's error.
-  IoOutcome request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out, std::uint32_t outSize);
+  SysResult<std::uint32_t> request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                                   std::uint32_t outSize);
 
   DeviceIo& io() { return io_; }
 

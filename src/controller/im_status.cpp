@@ -28,7 +28,7 @@ ImStatus parseImStatus(const std::uint8_t (&raw)[72]) {
 
 std::optional<ImStatus> queryImStatus(CImIoCtrl& controller, std::uint32_t* error) {
   std::uint8_t raw[72] = {};
-  const IoOutcome r = controller.request(ioctl::QueryImStatus, nullptr, 0, raw, sizeof raw);
+  const SysResult<std::uint32_t> r = controller.request(ioctl::QueryImStatus, nullptr, 0, raw, sizeof raw);
   if (error) *error = r.error;
   if (!r.ok) return std::nullopt;
   return parseImStatus(raw);

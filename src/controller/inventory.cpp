@@ -71,7 +71,7 @@ CommandResult DiskInventory::resolveDiskIndex(wchar_t** argv, DiskInfo& info) {
 
 std::optional<std::array<std::uint8_t, 16>> DiskInventory::queryDiskBitmap(std::uint32_t* error) {
   std::array<std::uint8_t, 16> bitmap{};
-  const IoOutcome r = app_.controller.request(ioctl::QueryDiskBitmap, nullptr, 0, bitmap.data(), 16);
+  const SysResult<std::uint32_t> r = app_.controller.request(ioctl::QueryDiskBitmap, nullptr, 0, bitmap.data(), 16);
   if (error) *error = r.error;
   if (!r.ok) return std::nullopt;
   return bitmap;
@@ -121,20 +121,21 @@ std::vector<std::wstring> DiskInventory::diskVolumePaths(std::uint8_t number, bo
 
 std::optional<std::vector<std::uint32_t>> DiskInventory::volumeExtentDisks(const std::wstring& path) {
   std::vector<std::uint8_t> buffer(kExtentsBufferSize);
-  const IoOutcome r = sendRequest(app_.sys.io, path, 0, DeviceIo::ShareRead | DeviceIo::ShareWrite,
-                                  DeviceIo::AttributeNormal, ioctl::VolumeGetVolumeDiskExtents, nullptr, 0,
-                                  buffer.data(), kExtentsBufferSize);
+  const SysResult<std::uint32_t> r = sendRequest(app_.sys.io, path, 0, DeviceIo::ShareRead | DeviceIo::ShareWrite,
+                                                 DeviceIo::AttributeNormal, ioctl::VolumeGetVolumeDiskExtents, nullptr,
+                                                 0, buffer.data(), kExtentsBufferSize);
   if (!r.ok) return std::nullopt;
   return extentDiskNumbers(buffer.data(), buffer.size());
 }
 
 DiskInventory::LetterMap DiskInventory::buildLetterMap() {
   LetterMap map;
-  const std::uint32_t drives = app_.sys.volumes.logicalDrives();
+  const std::uint32_t drives = app_.sys.volumes.logicalDrives().valueOr(0);
   for (std::uint32_t bit = 0; bit < 32 && (drives >> bit) != 0; ++bit) {
     if (!(drives & (1u << bit))) continue;
     const wchar_t letter = static_cast<wchar_t>(L'A' + bit);
-    const std::uint32_t type = app_.sys.volumes.driveType(std::wstring(L"\\\\.\\") + letter + L":\\");
+    const std::uint32_t type =
+        app_.sys.volumes.driveType(std::wstring(L"\\\\.\\") + letter + L":\\").valueOr(drivetype::Unknown);
     if (type != drivetype::Fixed && type != drivetype::Removable) continue;
     const auto disks = volumeExtentDisks(std::wstring(L"\\\\.\\") + letter + L":");
     if (!disks) continue;
@@ -145,10 +146,11 @@ DiskInventory::LetterMap DiskInventory::buildLetterMap() {
 
 DiskInventory::VolumeMap DiskInventory::buildVolumeMap() {
   VolumeMap map;
-  const auto interfaces = app_.sys.setup.presentInterfaces(kVolumeInterface, DeviceSetup::Scope::All);
-  if (!interfaces) return map;
-  for (const DeviceSetup::Interface& i : *interfaces) {
-    const std::uint32_t type = app_.sys.volumes.driveType(i.path + L"\\");
+  const SysResult<std::vector<DeviceSetup::Interface>> interfaces =
+      app_.sys.setup.presentInterfaces(kVolumeInterface, DeviceSetup::Scope::All);
+  if (!interfaces.ok) return map;
+  for (const DeviceSetup::Interface& i : interfaces.value) {
+    const std::uint32_t type = app_.sys.volumes.driveType(i.path + L"\\").valueOr(drivetype::Unknown);
     if (type != drivetype::Fixed && type != drivetype::Removable) continue;
     const auto disks = volumeExtentDisks(i.path);
     if (!disks) continue;

@@ -184,23 +184,23 @@ int runDescriptorReader(int argc, wchar_t** argv, FileService& files, Output& ou
   }
   const std::wstring& path = args[0];
 
-  const FileService::Size size = files.fileSize(path);
+  const SysResult<std::uint64_t> size = files.fileSize(path);
   if (!size.ok) {
     out.err(L"Error: cannot open file '%s' (0x%08x)!\n", path, size.error);
     return readerexit::NotValid;
   }
-  if (size.bytes > kMaxDescriptorBytes) {
+  if (size.value > kMaxDescriptorBytes) {
     out.err(L"Error: '%s' is not a valid disk descriptor file: the file is %llu bytes long, larger than any "
             L"descriptor can be!\n",
-            path, static_cast<unsigned long long>(size.bytes));
+            path, static_cast<unsigned long long>(size.value));
     return readerexit::NotValid;
   }
-  const std::optional<Bytes> data = files.readHead(path, static_cast<std::uint32_t>(size.bytes));
-  if (!data) {
+  const SysResult<Bytes> data = files.readHead(path, static_cast<std::uint32_t>(size.value));
+  if (!data.ok) {
     out.err(L"Error: cannot read file '%s'!\n", path);
     return readerexit::NotValid;
   }
-  const DescriptorCheck c = CheckDescriptor(data->data(), data->size());
+  const DescriptorCheck c = CheckDescriptor(data.value.data(), data.value.size());
   if (!c.valid()) {
     out.err(L"Error: '%s' is not a valid disk descriptor file: %s!\n", path, c.problem);
     return readerexit::NotValid;

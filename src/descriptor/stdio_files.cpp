@@ -24,38 +24,42 @@ std::uint32_t systemError(int e) {
 
 }  // namespace
 
-std::uint32_t StdioFiles::attributes(const std::wstring& path) {
+SysResult<std::uint32_t> StdioFiles::attributes(const std::wstring& path) {
   struct stat st {};
-  if (::stat(toUtf8(path).c_str(), &st) != 0) return InvalidFileAttributes;
-  return S_ISDIR(st.st_mode) ? 0x10 : 0x80;
+  if (::stat(toUtf8(path).c_str(), &st) != 0)
+    return SysResult<std::uint32_t>::failure(systemError(errno), InvalidFileAttributes);
+  return SysResult<std::uint32_t>::success(S_ISDIR(st.st_mode) ? 0x10 : 0x80);
 }
 
-FileService::Size StdioFiles::fileSize(const std::wstring& path) {
+SysResult<std::uint64_t> StdioFiles::fileSize(const std::wstring& path) {
   struct stat st {};
-  if (::stat(toUtf8(path).c_str(), &st) != 0) return {false, systemError(errno), 0};
-  if (S_ISDIR(st.st_mode)) return {false, syserr::AccessDenied, 0};
-  return {true, 0, static_cast<std::uint64_t>(st.st_size)};
+  if (::stat(toUtf8(path).c_str(), &st) != 0) return SysResult<std::uint64_t>::failure(systemError(errno));
+  if (S_ISDIR(st.st_mode)) return SysResult<std::uint64_t>::failure(syserr::AccessDenied);
+  return SysResult<std::uint64_t>::success(static_cast<std::uint64_t>(st.st_size));
 }
 
-std::optional<Bytes> StdioFiles::readHead(const std::wstring& path, std::uint32_t count) {
+SysResult<Bytes> StdioFiles::readHead(const std::wstring& path, std::uint32_t count) {
   std::FILE* f = std::fopen(toUtf8(path).c_str(), "rb");
-  if (!f) return std::nullopt;
+  if (!f) return SysResult<Bytes>::failure(systemError(errno));
   Bytes data(count);
   const std::size_t got = std::fread(data.data(), 1, data.size(), f);
   const bool failed = std::ferror(f) != 0;
   std::fclose(f);
-  if (failed) return std::nullopt;
+  if (failed) return SysResult<Bytes>::failure(syserr::GenFailure);
   data.resize(got);
-  return data;
+  return SysResult<Bytes>::success(std::move(data));
 }
 
-std::uint32_t StdioFiles::writeWhole(const std::wstring& path, const Bytes& data) {
+SysStatus StdioFiles::writeWhole(const std::wstring& path, const Bytes& data) {
   std::FILE* f = std::fopen(toUtf8(path).c_str(), "wb");
-  if (!f) return syserr::OpenFailed;
+  if (!f) return SysStatus::failure(syserr::OpenFailed);
   const bool written = std::fwrite(data.data(), 1, data.size(), f) == data.size();
-  return std::fclose(f) == 0 && written ? 0 : syserr::WriteFault;
+  return std::fclose(f) == 0 && written ? SysStatus::success() : SysStatus::failure(syserr::WriteFault);
 }
 
-bool StdioFiles::pathIsDirectory(const std::wstring& path) { return attributes(path) == 0x10; }
+SysResult<bool> StdioFiles::pathIsDirectory(const std::wstring& path) {
+  const SysResult<std::uint32_t> attrs = attributes(path);
+  return SysResult<bool>::success(attrs.ok && attrs.value == 0x10);
+}
 
 }  // namespace vmd

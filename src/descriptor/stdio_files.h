@@ -8,11 +8,11 @@ namespace vmd {
 
 class StdioFiles : public FileService {
  public:
-  std::uint32_t attributes(const std::wstring& path) override;
-  Size fileSize(const std::wstring& path) override;
-  std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
-  std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override;
-  bool pathIsDirectory(const std::wstring& path) override;
+  SysResult<std::uint32_t> attributes(const std::wstring& path) override;
+  SysResult<std::uint64_t> fileSize(const std::wstring& path) override;
+  SysResult<Bytes> readHead(const std::wstring& path, std::uint32_t count) override;
+  SysStatus writeWhole(const std::wstring& path, const Bytes& data) override;
+  SysResult<bool> pathIsDirectory(const std::wstring& path) override;
 };
 
 }  // namespace vmd

@@ -3,16 +3,18 @@
 // on Windows, sim/ implements them on the simulated machine. Nothing in this
 // header depends on <windows.h>.
 //
-// Error contract: each method says what its failure looks like. Where a call
-// reports why, the reason is the system error code (the value GetLastError
-// would give on Windows) in the returned value; nothing keeps a hidden "last
-// error". `ok` stands apart from `error`: a call may fail with error 0.
+// Error contract: every call that can fail answers a SysStatus or a
+// SysResult<T>, and each method says what its failure looks like. The reason
+// is the system error code (the value GetLastError would give on Windows) in
+// the result; nothing keeps a hidden "last error". `ok` stands apart from
+// `error`: a call may fail with error 0.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vmd {
@@ -43,15 +45,30 @@ constexpr std::uint32_t NoMoreItems = 259;
 }  // namespace syserr
 
 // The result of a call that can fail: ok, or not with the system's error.
-struct SysStatus {
-  bool ok;
-  std::uint32_t error;
+// Both are [[nodiscard]]: a result dropped on purpose goes through
+// ignoreResult (base/ignore_result.h), which says why.
+struct [[nodiscard]] SysStatus {
+  bool ok = false;
+  std::uint32_t error = 0;
+
+  static SysStatus success() { return {true, 0}; }
+  static SysStatus failure(std::uint32_t error) { return {false, error}; }
 };
+
+// `value` is the answer; on failure it holds what the method says it holds
+// (its type's empty value unless the method says otherwise).
 template <class T>
-struct SysResult {
-  bool ok;
-  std::uint32_t error;
-  T value;
+struct [[nodiscard]] SysResult {
+  bool ok = false;
+  std::uint32_t error = 0;
+  T value{};
+
+  static SysResult success(T value) { return {true, 0, std::move(value)}; }
+  static SysResult failure(std::uint32_t error, T value = T{}) { return {false, error, std::move(value)}; }
+
+  // The answer, or `fallback` when the call failed.
+  T valueOr(T fallback) const& { return ok ? value : fallback; }
+  SysStatus status() const { return {ok, error}; }
 };
 
 enum class Stream { Out, Err };
@@ -91,18 +108,20 @@ class MessageCatalog {
 class ProcessEnvironment {
  public:
   virtual ~ProcessEnvironment() = default;
-  virtual bool initFramework() = 0;
-  // CreateMutexW(initial owner, name). created is false when no handle came
-  // back; error is the last error after the call (183 when it already existed).
-  struct MutexResult {
-    bool created;
-    std::uint32_t error;
-  };
-  virtual MutexResult createInstanceMutex(const std::wstring& name) = 0;
-  // True when the token's groups contain the built-in Administrators SID,
-  // whatever that group's attributes; false on any failure along the way.
-  virtual bool tokenHasAdministrators() = 0;
-  virtual std::int32_t comInitialize() = 0;  // HRESULT
+  // What the program needs before anything else (its module, its command
+  // line); not ok with the error when it cannot be had.
+  virtual SysStatus initFramework() = 0;
+  // CreateMutexW(initial owner, name): ok when a handle came back, with the
+  // value true when the mutex existed already (last error 183); not ok with
+  // the error when no handle came back.
+  virtual SysResult<bool> createInstanceMutex(const std::wstring& name) = 0;
+  // Whether the token's groups contain the built-in Administrators SID,
+  // whatever that group's attributes; not ok with the error of the step that
+  // failed.
+  virtual SysResult<bool> tokenHasAdministrators() = 0;
+  // CoInitialize: ok for S_OK and S_FALSE; otherwise not ok, and the error is
+  // the HRESULT itself.
+  virtual SysStatus comInitialize() = 0;
   virtual void comUninitialize() = 0;
 };
 
@@ -123,8 +142,9 @@ class DeviceSetup {
   enum class Scope { All, FirstOnly };
   // The present interfaces of a class whose detail (path) could be read, in
   // enumeration order. FirstOnly stops the enumeration after index 0, as the
-  // controller's discovery does. Nothing when the device set cannot be had.
-  virtual std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) = 0;
+  // controller's discovery does. Not ok with the error when the device set
+  // cannot be had.
+  virtual SysResult<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) = 0;
 };
 
 // CreateFileW / DeviceIoControl / FlushFileBuffers / CloseHandle.
@@ -140,25 +160,15 @@ class DeviceIo {
   static constexpr std::uint32_t OpenExisting = 3;
   static constexpr std::uint32_t AttributeNormal = 0x80;
 
-  struct OpenResult {
-    Handle handle;
-    std::uint32_t error;
-  };
-  // CreateFileW: Invalid and the error on failure.
-  virtual OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
-                          std::uint32_t disposition, std::uint32_t flags) = 0;
-  struct ControlResult {
-    bool ok;
-    std::uint32_t returned;
-    std::uint32_t error;
-  };
-  // One synchronous DeviceIoControl; out receives at most outSize bytes.
-  // ok false with the error on failure; `returned` may be set either way.
-  virtual ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize,
-                                void* out, std::uint32_t outSize) = 0;
-  using Status = SysStatus;
-  virtual Status flush(Handle h) = 0;  // FlushFileBuffers
-  virtual void close(Handle h) = 0;    // CloseHandle; its failure is not reported
+  // CreateFileW: the handle; not ok with the error (and the value Invalid) on failure.
+  virtual SysResult<Handle> open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                                 std::uint32_t disposition, std::uint32_t flags) = 0;
+  // One synchronous DeviceIoControl; out receives at most outSize bytes. The
+  // value is the count of bytes returned, which may be set on failure too.
+  virtual SysResult<std::uint32_t> control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize,
+                                           void* out, std::uint32_t outSize) = 0;
+  virtual SysStatus flush(Handle h) = 0;  // FlushFileBuffers
+  virtual void close(Handle h) = 0;       // CloseHandle; its failure is not reported
 };
 
 // An open device that closes itself: move-only, so a volume held across a
@@ -181,21 +191,18 @@ class DeviceHandle {
   }
   ~DeviceHandle() { close(); }
 
-  // Opens `path` (open existing); an invalid handle and the error on failure.
-  static DeviceHandle open(DeviceIo& io, const std::wstring& path, std::uint32_t access, std::uint32_t share,
-                           std::uint32_t flags, std::uint32_t* error = nullptr) {
-    const DeviceIo::OpenResult r = io.open(path, access, share, DeviceIo::OpenExisting, flags);
-    if (error) *error = r.error;
-    return r.handle == DeviceIo::Invalid ? DeviceHandle() : DeviceHandle(io, r.handle);
-  }
+  // Opens `path` (open existing); on failure the error, and a handle that is
+  // not valid.
+  static SysResult<DeviceHandle> open(DeviceIo& io, const std::wstring& path, std::uint32_t access,
+                                      std::uint32_t share, std::uint32_t flags);
 
   bool valid() const { return io_ && h_ != DeviceIo::Invalid; }
-  DeviceIo::ControlResult control(std::uint32_t code, const void* in = nullptr, std::uint32_t inSize = 0,
-                                  void* out = nullptr, std::uint32_t outSize = 0) {
-    if (!valid()) return {false, 0, 6};  // ERROR_INVALID_HANDLE
+  SysResult<std::uint32_t> control(std::uint32_t code, const void* in = nullptr, std::uint32_t inSize = 0,
+                                   void* out = nullptr, std::uint32_t outSize = 0) {
+    if (!valid()) return SysResult<std::uint32_t>::failure(6);  // ERROR_INVALID_HANDLE
     return io_->control(h_, code, in, inSize, out, outSize);
   }
-  SysStatus flush() { return valid() ? io_->flush(h_) : SysStatus{false, 6}; }
+  SysStatus flush() { return valid() ? io_->flush(h_) : SysStatus::failure(6); }
   void close() {
     if (valid()) io_->close(h_);
     h_ = DeviceIo::Invalid;
@@ -205,6 +212,13 @@ class DeviceHandle {
   DeviceIo* io_ = nullptr;
   DeviceIo::Handle h_ = DeviceIo::Invalid;
 };
+
+inline SysResult<DeviceHandle> DeviceHandle::open(DeviceIo& io, const std::wstring& path, std::uint32_t access,
+                                                  std::uint32_t share, std::uint32_t flags) {
+  SysResult<DeviceIo::Handle> r = io.open(path, access, share, DeviceIo::OpenExisting, flags);
+  if (!r.ok) return SysResult<DeviceHandle>::failure(r.error);
+  return SysResult<DeviceHandle>::success(DeviceHandle(io, r.value));
+}
 
 // Drive types of GetDriveTypeW.
 namespace drivetype {
@@ -216,48 +230,42 @@ constexpr std::uint32_t Unknown = 0, NoRootDir = 1, Removable = 2, Fixed = 3, Re
 class VolumeService {
  public:
   virtual ~VolumeService() = default;
-  // GetLogicalDrives: bit 0 is A:. 0 on failure; the program never asks why.
-  virtual std::uint32_t logicalDrives() = 0;
-  // GetDriveTypeW: drivetype::Unknown (0) or NoRootDir (1) when it cannot tell.
-  virtual std::uint32_t driveType(const std::wstring& root) = 0;
+  // GetLogicalDrives: bit 0 is A:. Not ok with the error when it answers no
+  // drive at all.
+  virtual SysResult<std::uint32_t> logicalDrives() = 0;
+  // GetDriveTypeW: drivetype::Unknown (0) or NoRootDir (1) when it cannot
+  // tell; Windows always answers, so only a fault rule makes it not ok.
+  virtual SysResult<std::uint32_t> driveType(const std::wstring& root) = 0;
   struct VolumeInfo {
-    bool ok;
-    std::uint32_t error;
     std::wstring label;       // at most 259 characters
-    std::uint32_t serial;
+    std::uint32_t serial = 0;
     std::wstring fileSystem;  // at most 24 characters
   };
-  // GetVolumeInformationW; ok false with the error on failure.
-  virtual VolumeInfo volumeInformation(const std::wstring& root) = 0;
+  // GetVolumeInformationW; not ok with the error on failure.
+  virtual SysResult<VolumeInfo> volumeInformation(const std::wstring& root) = 0;
   struct FreeSpace {
-    bool ok;
-    std::uint32_t error;
-    std::uint32_t sectorsPerCluster, bytesPerSector, freeClusters, totalClusters;
+    std::uint32_t sectorsPerCluster = 0, bytesPerSector = 0, freeClusters = 0, totalClusters = 0;
   };
-  // GetDiskFreeSpaceW; ok false with the error on failure.
-  virtual FreeSpace diskFreeSpace(const std::wstring& root) = 0;
+  // GetDiskFreeSpaceW; not ok with the error on failure.
+  virtual SysResult<FreeSpace> diskFreeSpace(const std::wstring& root) = 0;
   struct FreeSpaceEx {
-    bool ok;
-    std::uint32_t error;
-    std::uint64_t freeToCaller, totalBytes, totalFree;
+    std::uint64_t freeToCaller = 0, totalBytes = 0, totalFree = 0;
   };
-  // GetDiskFreeSpaceExW; ok false with the error on failure.
-  virtual FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) = 0;
-  using Text = SysResult<std::wstring>;
+  // GetDiskFreeSpaceExW; not ok with the error on failure.
+  virtual SysResult<FreeSpaceEx> diskFreeSpaceEx(const std::wstring& path) = 0;
   // GetVolumeNameForVolumeMountPointW with a buffer of `chars` characters:
-  // the volume GUID name (\\?\Volume{...}\\); ok false with the error on failure.
-  virtual Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) = 0;
+  // the volume GUID name (\\?\Volume{...}\\); not ok with the error on failure.
+  virtual SysResult<std::wstring> volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) = 0;
   // GetVolumePathNamesForVolumeNameW with a buffer of `chars` characters: the
-  // multi-string on success; on ERROR_MORE_DATA, `needed` holds the length asked for.
+  // multi-string on success; not ok with the error on failure, and with
+  // ERROR_MORE_DATA `needed` holds the length asked for.
   struct PathNames {
-    bool ok;
-    std::uint32_t error;
     std::vector<wchar_t> multiString;
-    std::uint32_t needed;
+    std::uint32_t needed = 0;
   };
-  virtual PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) = 0;
+  virtual SysResult<PathNames> volumePathNames(const std::wstring& volumeName, std::uint32_t chars) = 0;
   // SetVolumeMountPointW, DeleteVolumeMountPointW, SetVolumeLabelW (a null
-  // label removes it): ok false with the error on failure. Under Wine a failed
+  // label removes it): not ok with the error on failure. Under Wine a failed
   // DeleteVolumeMountPointW may leave the error 0.
   virtual SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) = 0;
   virtual SysStatus deleteVolumeMountPoint(const std::wstring& mountPoint) = 0;
@@ -269,51 +277,51 @@ constexpr std::uint32_t InvalidFileAttributes = 0xFFFFFFFFu;
 class FileService {
  public:
   virtual ~FileService() = default;
-  // GetFileAttributesW; InvalidFileAttributes when it fails, for any reason.
-  virtual std::uint32_t attributes(const std::wstring& path) = 0;
-  struct Size {
-    bool ok;
-    std::uint32_t error;
-    std::uint64_t bytes;
-  };
-  // The length of a file; ok false with the error when it cannot be opened or read.
-  virtual Size fileSize(const std::wstring& path) = 0;
-  // Opens the file for reading (sharing read and write) and reads up to `count`
-  // bytes from its start. Nothing when it cannot be opened or read.
-  virtual std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) = 0;
-  // Create or truncate, write, close. Returns 0, or 110 when it cannot be
-  // created and 29 when writing or closing failed, whatever the system's own
-  // error was: these two are what the program reports. The file is closed in
-  // every case; a failed write may leave it partly written.
-  virtual std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) = 0;
-  // PathIsDirectoryW; false when it is not, or cannot be told.
-  virtual bool pathIsDirectory(const std::wstring& path) = 0;
+  // GetFileAttributesW; not ok with the error when it fails, for any reason.
+  virtual SysResult<std::uint32_t> attributes(const std::wstring& path) = 0;
+  // The length of a file in bytes; not ok with the error when it cannot be
+  // opened or read.
+  virtual SysResult<std::uint64_t> fileSize(const std::wstring& path) = 0;
+  // Opens the file for reading (sharing read and write) and reads up to
+  // `count` bytes from its start; not ok with the error when it cannot be
+  // opened or read.
+  virtual SysResult<Bytes> readHead(const std::wstring& path, std::uint32_t count) = 0;
+  // Create or truncate, write, close. Not ok with 110 when it cannot be
+  // created and with 29 when writing or closing failed, whatever the system's
+  // own error was: these two are what the program reports. The file is closed
+  // in every case; a failed write may leave it partly written.
+  virtual SysStatus writeWhole(const std::wstring& path, const Bytes& data) = 0;
+  // PathIsDirectoryW: false when it is not, or cannot be told; Windows always
+  // answers, so only a fault rule makes it not ok.
+  virtual SysResult<bool> pathIsDirectory(const std::wstring& path) = 0;
 };
 
 // HKEY_LOCAL_MACHINE only: the program reads and writes nothing else.
 class Registry {
  public:
   virtual ~Registry() = default;
-  // A 32-bit value; nothing when the key or value is missing or not 4 bytes.
-  virtual std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) = 0;
+  // A 32-bit value of any type; not ok with the error when the key or value
+  // cannot be read (2 when missing), or with 13 when it is not 4 bytes long.
+  virtual SysResult<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) = 0;
   struct Value {
     std::wstring name;
-    std::uint32_t type;
+    std::uint32_t type = 0;
     Bytes data;
   };
   struct Key {
     virtual ~Key() = default;
     // RegEnumValueW with room for `nameChars` name characters (terminator
-    // included) and `dataBytes` data bytes: error 0, 234 (too long), 259 (no more).
-    virtual std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
-                                    Value& out) = 0;
-    // RegDeleteValueW, RegSetValueExW with REG_BINARY: 0 or the error.
-    virtual std::uint32_t deleteValue(const std::wstring& name) = 0;
-    virtual std::uint32_t setBinary(const std::wstring& name, const Bytes& data) = 0;
+    // included) and `dataBytes` data bytes: the value, or not ok with the
+    // error: 234 (too long for the room), 259 (no more), or any other.
+    virtual SysResult<Value> enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes) = 0;
+    // RegDeleteValueW, RegSetValueExW with REG_BINARY: not ok with the error on failure.
+    virtual SysStatus deleteValue(const std::wstring& name) = 0;
+    virtual SysStatus setBinary(const std::wstring& name, const Bytes& data) = 0;
   };
-  // Opened with read and write access (KEY_READ | KEY_WRITE); null and the
-  // error on failure. Deleting while enumerating shifts later values down.
-  virtual std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) = 0;
+  // Opened with read and write access (KEY_READ | KEY_WRITE); not ok with
+  // the error (and no key) on failure. Deleting while enumerating shifts
+  // later values down.
+  virtual SysResult<std::unique_ptr<Key>> openForWrite(const std::wstring& key) = 0;
 };
 
 struct SystemTime {
@@ -324,15 +332,16 @@ class SystemInfo {
  public:
   virtual ~SystemInfo() = default;
   struct Memory {
-    std::uint64_t totalPhys, availPhys;
+    std::uint64_t totalPhys = 0, availPhys = 0;
   };
-  // GlobalMemoryStatusEx; nothing on failure.
-  virtual std::optional<Memory> memoryStatus() = 0;
-  // GetSystemWindowsDirectoryW; nothing on failure.
-  virtual std::optional<std::wstring> windowsDirectory() = 0;
+  // GlobalMemoryStatusEx; not ok with the error on failure.
+  virtual SysResult<Memory> memoryStatus() = 0;
+  // GetSystemWindowsDirectoryW; not ok with the error on failure.
+  virtual SysResult<std::wstring> windowsDirectory() = 0;
   // The "Signature" property of every Win32_DiskDrive object of root\cimv2
-  // that has one; nothing when the namespace or the query fails.
-  virtual std::optional<std::vector<std::uint32_t>> diskDriveSignatures() = 0;
+  // that has one; not ok when the namespace or the query fails, the error
+  // being the HRESULT of the step that failed.
+  virtual SysResult<std::vector<std::uint32_t>> diskDriveSignatures() = 0;
 };
 
 // The time of day and the one way the program waits. None of these fail.
@@ -349,9 +358,10 @@ class DeviceBroadcast {
  public:
   virtual ~DeviceBroadcast() = default;
   // BroadcastSystemMessageW(flags, all components, message, wParam, the
-  // record as lParam): positive on success, -1 on failure.
-  virtual std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
-                                 const Bytes& record) = 0;
+  // record as lParam): the system's answer, positive on success; not ok with
+  // the error (and the value -1) when it answers a negative value.
+  virtual SysResult<std::int32_t> broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                                            const Bytes& record) = 0;
 };
 
 // Everything the program may ask of the system, handed to the commands.

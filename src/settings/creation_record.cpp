@@ -50,10 +50,11 @@ std::uint32_t ChooseDiskSignature(Clock& clock, SystemInfo& system) {
   const auto high = static_cast<std::uint32_t>(ft >> 32);
   std::uint32_t candidate = (low >> 24) | (high << 8);
   if (candidate == 0) candidate = 1;
-  const auto taken = system.diskDriveSignatures();
-  if (!taken) return candidate;
+  const SysResult<std::vector<std::uint32_t>> signatures = system.diskDriveSignatures();
+  if (!signatures.ok) return candidate;
+  const std::vector<std::uint32_t>& taken = signatures.value;
   // Each step leaves one taken value behind, so this ends within size()+1 tries.
-  while (std::find(taken->begin(), taken->end(), candidate) != taken->end()) {
+  while (std::find(taken.begin(), taken.end(), candidate) != taken.end()) {
     ++candidate;
     if (candidate == 0) candidate = 1;
   }

@@ -146,8 +146,8 @@ Bytes BuildDescriptorBytes(Bytes& record, std::uint32_t magic, std::uint16_t var
   return file;
 }
 
-std::uint32_t WriteDescriptorFile(FileService& files, const std::wstring& path, Bytes& record, std::uint32_t magic,
-                                  std::uint16_t variantCode, std::uint16_t driveLetter) {
+SysStatus WriteDescriptorFile(FileService& files, const std::wstring& path, Bytes& record, std::uint32_t magic,
+                              std::uint16_t variantCode, std::uint16_t driveLetter) {
   return files.writeWhole(path, BuildDescriptorBytes(record, magic, variantCode, driveLetter));
 }
 

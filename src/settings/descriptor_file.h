@@ -34,12 +34,12 @@ std::uint32_t InvertAndSum(std::uint8_t* data, std::size_t size);
 // the caller must not use it afterwards.
 Bytes BuildDescriptorBytes(Bytes& record, std::uint32_t magic, std::uint16_t variantCode, std::uint16_t driveLetter);
 
-// Creates or truncates `path` and writes the descriptor. Returns 0, 110
-// (ERROR_OPEN_FAILED) when the file cannot be created, or 29
+// Creates or truncates `path` and writes the descriptor. Not ok with 110
+// (ERROR_OPEN_FAILED) when the file cannot be created, or with 29
 // (ERROR_WRITE_FAULT) when writing or closing fails; a failed write may leave
 // a partial file. Inverts `record` in place, as BuildDescriptorBytes does.
-std::uint32_t WriteDescriptorFile(FileService& files, const std::wstring& path, Bytes& record,
-                                  std::uint32_t magic, std::uint16_t variantCode, std::uint16_t driveLetter);
+SysStatus WriteDescriptorFile(FileService& files, const std::wstring& path, Bytes& record, std::uint32_t magic,
+                              std::uint16_t variantCode, std::uint16_t driveLetter);
 
 // What is wrong with a descriptor, the first fault found in reading order.
 enum class DescriptorFault {

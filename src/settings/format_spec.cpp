@@ -34,15 +34,16 @@ std::optional<Bytes> StoredFormatSpec(const Bytes& record) {
 }
 
 std::optional<Bytes> BuildFormatSpecFromVolume(VolumeService& volumes, FileService& files, const std::wstring& root) {
-  const VolumeService::VolumeInfo info = volumes.volumeInformation(root);
-  if (!info.ok) return std::nullopt;
+  const SysResult<VolumeService::VolumeInfo> read = volumes.volumeInformation(root);
+  if (!read.ok) return std::nullopt;
+  const VolumeService::VolumeInfo& info = read.value;
   const std::size_t n = utf16Length(info.label);  // in UTF-16 code units
   Bytes spec(F::FixedSize + 2 * n, 0);
 
-  const VolumeService::FreeSpace space = volumes.diskFreeSpace(root);
-  const std::uint32_t sectors = space.ok ? space.sectorsPerCluster : 0;
-  const std::uint32_t rootAttributes = files.attributes(root);
-  const bool temp = files.attributes(root + L"TEMP\\") != InvalidFileAttributes;
+  const SysResult<VolumeService::FreeSpace> space = volumes.diskFreeSpace(root);
+  const std::uint32_t sectors = space.ok ? space.value.sectorsPerCluster : 0;
+  const SysResult<std::uint32_t> rootAttributes = files.attributes(root);
+  const bool temp = files.attributes(root + L"TEMP\\").ok;
 
   put32(spec, F::Size, F::FixedSize);
   put32(spec, F::Length, spec.size());
@@ -56,10 +57,10 @@ std::optional<Bytes> BuildFormatSpecFromVolume(VolumeService& volumes, FileServi
     putUtf16z(spec.data() + F::Label, spec.size() - F::Label, info.label);
   }
   std::uint8_t flags = temp ? fsflag::TempFolder : 0;
-  // A failed attribute read sets every bit; it must not pass for a flag.
-  if (fs == filesystem::Ntfs && rootAttributes != InvalidFileAttributes) {
-    if (rootAttributes & kAttrCompressed) flags |= fsflag::Compress;
-    if (rootAttributes & kAttrNotContentIndexed) flags |= fsflag::NoIndexing;
+  // A failed attribute read gives no flag.
+  if (fs == filesystem::Ntfs && rootAttributes.ok) {
+    if (rootAttributes.value & kAttrCompressed) flags |= fsflag::Compress;
+    if (rootAttributes.value & kAttrNotContentIndexed) flags |= fsflag::NoIndexing;
   }
   put8(spec, F::FsFlags, flags);
   return spec;

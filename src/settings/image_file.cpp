@@ -11,23 +11,21 @@
 namespace vmd {
 
 int DetectImageFormat(FileService& files, const std::wstring& path, std::uint64_t* diskSize, std::uint32_t* level) {
-  const std::optional<Bytes> head = files.readHead(path, imagehead::Bytes);
-  if (!head || head->size() < imagehead::Bytes) return kImageFormatUnknown;
-  const std::uint64_t magic = get64(*head, 0);
+  const SysResult<Bytes> read = files.readHead(path, imagehead::Bytes);
+  if (!read.ok || read.value.size() < imagehead::Bytes) return kImageFormatUnknown;
+  const Bytes& head = read.value;
+  const std::uint64_t magic = get64(head, 0);
   if (magic == imagemagic::Smart) {
-    if (diskSize) *diskSize = get64(*head, imagehead::SmartDiskSize);
+    if (diskSize) *diskSize = get64(head, imagehead::SmartDiskSize);
     return static_cast<int>(imageformat::Smart);
   }
   if (magic == imagemagic::Compr) {
-    if (diskSize) *diskSize = get64(*head, imagehead::ComprDiskSize);
-    if (level) *level = get32(*head, imagehead::ComprLevel);
+    if (diskSize) *diskSize = get64(head, imagehead::ComprDiskSize);
+    if (level) *level = get32(head, imagehead::ComprLevel);
     return static_cast<int>(imageformat::Compr);
   }
-  if ((*head)[510] == 0x55 && (*head)[511] == 0xAA) {
-    if (diskSize) {
-      const FileService::Size size = files.fileSize(path);
-      *diskSize = size.ok ? size.bytes : 0;
-    }
+  if (head[510] == 0x55 && head[511] == 0xAA) {
+    if (diskSize) *diskSize = files.fileSize(path).valueOr(0);
     return static_cast<int>(imageformat::Plain);
   }
   return kImageFormatUnknown;

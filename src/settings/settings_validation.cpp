@@ -48,7 +48,7 @@ std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
 wchar_t firstLetter(const std::wstring& path) { return path.empty() ? L'\0' : path[0]; }
 
 bool fixedOrRemovable(App& app, wchar_t letter) {
-  const std::uint32_t type = app.sys.volumes.driveType(rootOf(letter));
+  const std::uint32_t type = app.sys.volumes.driveType(rootOf(letter)).valueOr(drivetype::Unknown);
   return type == drivetype::Fixed || type == drivetype::Removable;
 }
 
@@ -92,7 +92,7 @@ int checkImage(App& app, const std::wstring& path, std::uint64_t sizeBytes, std:
   }
   const wchar_t letter = firstLetter(path);
   if (!IsOnSystemFileSystem(app, letter)) warnExternal(app, path);
-  const std::uint32_t attrs = app.sys.files.attributes(path);
+  const std::uint32_t attrs = app.sys.files.attributes(path).valueOr(InvalidFileAttributes);
   out.exists = attrs != InvalidFileAttributes;
   std::uint64_t fileDiskSize = 0;
   if (!loadOnly) {
@@ -133,7 +133,7 @@ enum class Placement { Memory, Hybrid, File };
 bool chooseDriveLetter(App& app, DiskSettings& s, std::uint16_t current) {
   std::optional<std::uint32_t> mask;
   auto drives = [&] {
-    if (!mask) mask = app.sys.volumes.logicalDrives();
+    if (!mask) mask = app.sys.volumes.logicalDrives().valueOr(0);
     return *mask;
   };
   const std::uint16_t wanted = s.driveLetter;
@@ -344,12 +344,12 @@ int CheckBackingFilePath(App& app, const std::wstring& path, std::uint32_t sizeM
     errFatLimit(app, path);
     return 0;
   }
-  const std::uint32_t attrs = app.sys.files.attributes(path);
+  const std::uint32_t attrs = app.sys.files.attributes(path).valueOr(InvalidFileAttributes);
   if (attrs == InvalidFileAttributes) {
     // A new file inherits its folder's compression and encryption; an
     // unreadable folder carries those bits too and is refused.
     const std::wstring folder = path.substr(0, path.rfind(L'\\') + 1);
-    if (app.sys.files.attributes(folder) & (kAttrCompressed | kAttrEncrypted)) {
+    if (app.sys.files.attributes(folder).valueOr(InvalidFileAttributes) & (kAttrCompressed | kAttrEncrypted)) {
       app.io.err(L"Error: file '%s' is invalid - \nfile or directory cannot be read-only, compressed, or encrypted\n",
                  path);
       return 0;
@@ -386,32 +386,32 @@ int IsValidFilePath(const std::wstring& path, std::uint32_t maxLength) {
 int HasDiskSpace(App& app, const std::wstring& path, std::uint64_t bytes) {
   if (bytes == 0) return 1;
   std::uint64_t need = bytes;
-  const FileService::Size existing = app.sys.files.fileSize(path);
+  const SysResult<std::uint64_t> existing = app.sys.files.fileSize(path);
   if (existing.ok) {
-    if (bytes <= existing.bytes) return 1;
-    need = bytes - existing.bytes;
+    if (bytes <= existing.value) return 1;
+    need = bytes - existing.value;
   }
-  const VolumeService::FreeSpaceEx space = app.sys.volumes.diskFreeSpaceEx(rootOf(firstLetter(path)));
+  const SysResult<VolumeService::FreeSpaceEx> space = app.sys.volumes.diskFreeSpaceEx(rootOf(firstLetter(path)));
   if (!space.ok) return 0;
-  return need <= space.totalFree ? 1 : 0;
+  return need <= space.value.totalFree ? 1 : 0;
 }
 
 int IsOnSystemFileSystem(App& app, wchar_t letter) {
-  const std::optional<std::wstring> windows = app.sys.system.windowsDirectory();
-  if (!windows || windows->empty()) return 0;
-  const wchar_t system = (*windows)[0];
+  const SysResult<std::wstring> windows = app.sys.system.windowsDirectory();
+  if (!windows.ok || windows.value.empty()) return 0;
+  const wchar_t system = windows.value[0];
   if (system == letter) return 1;
-  const VolumeService::VolumeInfo a = app.sys.volumes.volumeInformation(rootOf(system));
+  const SysResult<VolumeService::VolumeInfo> a = app.sys.volumes.volumeInformation(rootOf(system));
   if (!a.ok) return 0;
-  const VolumeService::VolumeInfo b = app.sys.volumes.volumeInformation(rootOf(letter));
+  const SysResult<VolumeService::VolumeInfo> b = app.sys.volumes.volumeInformation(rootOf(letter));
   if (!b.ok) return 0;
-  return equalsNoCase(a.fileSystem, b.fileSystem) ? 1 : 0;
+  return equalsNoCase(a.value.fileSystem, b.value.fileSystem) ? 1 : 0;
 }
 
 int IsFatVolume(App& app, wchar_t letter) {
-  const VolumeService::VolumeInfo info = app.sys.volumes.volumeInformation(rootOf(letter));
-  if (!info.ok || info.fileSystem.size() < 3) return 0;
-  return equalsNoCase(std::wstring_view(info.fileSystem).substr(0, 3), L"FAT") ? 1 : 0;
+  const SysResult<VolumeService::VolumeInfo> info = app.sys.volumes.volumeInformation(rootOf(letter));
+  if (!info.ok || info.value.fileSystem.size() < 3) return 0;
+  return equalsNoCase(std::wstring_view(info.value.fileSystem).substr(0, 3), L"FAT") ? 1 : 0;
 }
 
 int MemoryFits(App& app, std::uint32_t neededMb, bool allowInvisibleMemory) {
@@ -423,9 +423,9 @@ int MemoryFits(App& app, std::uint32_t neededMb, bool allowInvisibleMemory) {
     if (needed <= freeMb) return 1;
     needed -= freeMb;
   }
-  const std::optional<SystemInfo::Memory> mem = app.sys.system.memoryStatus();
-  if (!mem) return 1;
-  return needed + kSystemReserveMb <= (mem->availPhys >> 20) ? 1 : 0;
+  const SysResult<SystemInfo::Memory> mem = app.sys.system.memoryStatus();
+  if (!mem.ok) return 1;
+  return needed + kSystemReserveMb <= (mem.value.availPhys >> 20) ? 1 : 0;
 }
 
 }  // namespace vmd

@@ -64,21 +64,21 @@ CommandResult helpCommand(App& app, const wchar_t* programName, int argc, wchar_
 
 int runProgram(Platform& sys, int argc, wchar_t** argv) {
   Output io(sys.streams, sys.catalog, sys.keys);
-  if (!sys.process.initFramework()) {
+  if (!sys.process.initFramework().ok) {
     io.err(L"Error: library initialization failed!\n");
     return Failed;
   }
   // Failing to create the mutex counts as another instance running.
-  const ProcessEnvironment::MutexResult mutex = sys.process.createInstanceMutex(L"Quarnel-VelmoRd");
-  if (!mutex.created || mutex.error == syserr::AlreadyExists) {
+  const SysResult<bool> existed = sys.process.createInstanceMutex(L"Quarnel-VelmoRd");
+  if (!existed.ok || existed.value) {
     io.err(L"Error: an instance of %s is currently running!\n", io.str(strid::ProductName));
     return Failed;
   }
-  if (!sys.process.tokenHasAdministrators()) {
+  if (const SysResult<bool> admin = sys.process.tokenHasAdministrators(); !admin.ok || !admin.value) {
     io.err(L"Error: program requires administrative privileges!\n");
     return Failed;
   }
-  if (sys.process.comInitialize() < 0) {
+  if (!sys.process.comInitialize().ok) {
     io.err(L"Error: COM library initialization failed!\n");
     return Failed;
   }

@@ -4,6 +4,7 @@
 
 #include "base/bytes.h"
 #include "base/format.h"
+#include "base/ignore_result.h"
 #include "base/text_codec.h"
 #include "controller/codes.h"
 #include "volume/volume.h"
@@ -44,19 +45,20 @@ bool isDriveLetterValue(const std::wstring& name) {
 
 bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter) {
   const std::wstring oldRoot = rootOf(oldLetter), newRoot = rootOf(newLetter);
-  const VolumeService::Text volume = ctx.volumes.volumeNameForMountPoint(oldRoot, kVolumeNameChars);
+  const SysResult<std::wstring> volume = ctx.volumes.volumeNameForMountPoint(oldRoot, kVolumeNameChars);
   if (!volume.ok) return false;
   if (!ctx.volumes.deleteVolumeMountPoint(oldRoot).ok) return false;
   if (ctx.volumes.setVolumeMountPoint(newRoot, volume.value).ok) return true;
-  // The volume never stays without its letter.
-  ctx.volumes.setVolumeMountPoint(oldRoot, volume.value);
+  // The volume goes back to its old letter.
+  ignoreResult(ctx.volumes.setVolumeMountPoint(oldRoot, volume.value), "the move has failed either way");
   return false;
 }
 
 bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAssigned, wchar_t oldLetter,
                        wchar_t newLetter) {
   if (oldLetter == newLetter) return true;
-  if (isLetter(newLetter) && (ctx.volumes.logicalDrives() & (1u << (upper(newLetter) - L'A'))) != 0) return false;
+  if (isLetter(newLetter) && (ctx.volumes.logicalDrives().valueOr(0) & (1u << (upper(newLetter) - L'A'))) != 0)
+    return false;
   if (!controllerAssigned) return MoveVolumeMountPoint(ctx, oldLetter, newLetter);
   Bytes record(16, 0);
   put32(record, 0, 16);
@@ -65,8 +67,10 @@ bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAs
   put16(record, 12, static_cast<std::uint16_t>(oldLetter));
   put16(record, 14, static_cast<std::uint16_t>(newLetter));
   if (!ctx.controller.request(ioctl::ChangeDiskLetter, record.data(), 16, nullptr, 0).ok) return false;
-  if (oldLetter != 0) BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, oldLetter);
-  if (newLetter != 0) BroadcastVolumeChange(ctx, dbt::DeviceArrival, newLetter);
+  if (oldLetter != 0)
+    ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, oldLetter), "the letter has moved either way");
+  if (newLetter != 0)
+    ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceArrival, newLetter), "the letter has moved either way");
   return true;
 }
 
@@ -79,29 +83,29 @@ Bytes volumeBroadcastRecord(wchar_t letter) {
   return record;
 }
 
-std::int32_t BroadcastVolumeChange(VolumeContext& ctx, std::uint32_t event, wchar_t letter) {
-  return ctx.broadcast.broadcast(kBroadcastFlags, kWmDeviceChange, event, volumeBroadcastRecord(letter));
+SysStatus BroadcastVolumeChange(VolumeContext& ctx, std::uint32_t event, wchar_t letter) {
+  return ctx.broadcast.broadcast(kBroadcastFlags, kWmDeviceChange, event, volumeBroadcastRecord(letter)).status();
 }
 
 bool RewriteMountedDevice(VolumeContext& ctx, wchar_t letter, const std::array<std::uint8_t, 12>& data) {
   if (!isLetter(letter)) return false;
-  std::uint32_t error = 0;
-  std::unique_ptr<Registry::Key> key = ctx.registry.openForWrite(kMountedDevicesKey, error);
-  if (!key) return false;
+  const SysResult<std::unique_ptr<Registry::Key>> opened = ctx.registry.openForWrite(kMountedDevicesKey);
+  if (!opened.ok || !opened.value) return false;
+  Registry::Key& key = *opened.value;
   std::uint32_t index = 0;
   for (std::uint32_t calls = 0; calls < kMaxEnumCalls; ++calls, ++index) {
-    Registry::Value value;
-    const std::uint32_t rc = key->enumValue(index, kValueNameChars, kValueDataBytes, value);
-    if (rc == syserr::NoMoreItems) break;
-    if (rc != 0) continue;  // too long for the buffers (never ours), or unreadable: skipped
+    const SysResult<Registry::Value> read = key.enumValue(index, kValueNameChars, kValueDataBytes);
+    if (!read.ok && read.error == syserr::NoMoreItems) break;
+    if (!read.ok) continue;  // too long for the buffers (never ours), or unreadable: skipped
+    const Registry::Value& value = read.value;
     // The signature and the low half of the offset decide; the high half is not compared.
     if (value.type == kRegBinary && isDriveLetterValue(value.name) && value.data.size() == 12 &&
         std::memcmp(value.data.data(), data.data(), 8) == 0) {
-      if (key->deleteValue(value.name) == 0) --index;  // the next value moved into this place
+      if (key.deleteValue(value.name).ok) --index;  // the next value moved into this place
     }
   }
   const std::wstring name = kDosDevicesPrefix + std::wstring(1, upper(letter)) + L":";
-  return key->setBinary(name, Bytes(data.begin(), data.end())) == 0;
+  return key.setBinary(name, Bytes(data.begin(), data.end())).ok;
 }
 
 }  // namespace vmd

@@ -1,6 +1,7 @@
 // Creating a disk and waiting until its volume is there with its letter.
 #include "base/bytes.h"
 #include "base/format.h"
+#include "base/ignore_result.h"
 #include "base/text_codec.h"
 #include "controller/codes.h"
 #include "settings/creation_record.h"
@@ -14,9 +15,11 @@ constexpr wchar_t kMountManager[] = L"\\\\.\\MountPointManager";
 // Drive letters C to Z: bits 2..25 of the logical-drives mask.
 constexpr std::uint32_t kLettersCtoZ = 0x03FFFFFCu;
 
+// Not valid when it cannot be opened; the caller then has nothing to ask.
 DeviceHandle openMountManager(VolumeContext& ctx) {
   return DeviceHandle::open(ctx.io, kMountManager, DeviceIo::GenericRead | DeviceIo::GenericWrite,
-                            DeviceIo::ShareRead | DeviceIo::ShareWrite, DeviceIo::AttributeNormal);
+                            DeviceIo::ShareRead | DeviceIo::ShareWrite, DeviceIo::AttributeNormal)
+      .value;
 }
 
 std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
@@ -42,9 +45,9 @@ bool SetAutoMount(VolumeContext& ctx, bool on) {
 
 bool IsDiskDeviceReady(VolumeContext& ctx, const DiskAddressBytes& address) {
   // Opened for reading only to see that it opens; closed at once.
-  const DeviceHandle disk = DeviceHandle::open(ctx.io, diskDevicePath(addressTarget(address)), DeviceIo::GenericRead,
-                                               DeviceIo::ShareRead, DeviceIo::AttributeNormal);
-  return disk.valid();
+  return DeviceHandle::open(ctx.io, diskDevicePath(addressTarget(address)), DeviceIo::GenericRead,
+                            DeviceIo::ShareRead, DeviceIo::AttributeNormal)
+      .ok;
 }
 
 bool FindNewDiskLetter(VolumeContext& ctx, const DiskAddressBytes& address, std::uint32_t& previousDrives,
@@ -61,8 +64,8 @@ bool FindNewDiskLetter(VolumeContext& ctx, const DiskAddressBytes& address, std:
     appendUtf16(in, name);
     in.insert(in.end(), {0, 0});
     std::uint8_t owner[12] = {};
-    const IoOutcome r = ctx.controller.request(ioctl::QueryDosDeviceOwner, in.data(),
-                                               static_cast<std::uint32_t>(in.size()), owner, sizeof owner);
+    const SysResult<std::uint32_t> r = ctx.controller.request(
+        ioctl::QueryDosDeviceOwner, in.data(), static_cast<std::uint32_t>(in.size()), owner, sizeof owner);
     if (r.ok && owner[10] == addressTarget(address)) {
       letter = static_cast<std::uint16_t>(candidate);
       return true;
@@ -77,8 +80,8 @@ void CreateAndMountDisk(VolumeContext& ctx, MountRequest& request) {
   if (const std::optional<bool> autoMount = QueryAutoMount(ctx); autoMount && !*autoMount)
     switchedOn = SetAutoMount(ctx, true);
 
-  std::uint32_t previousDrives = ctx.volumes.logicalDrives();
-  const IoOutcome created =
+  std::uint32_t previousDrives = ctx.volumes.logicalDrives().valueOr(0);
+  const SysResult<std::uint32_t> created =
       ctx.controller.request(ioctl::CreateDisk, record.data(), creationTotalLength(record), request.address.data(),
                              static_cast<std::uint32_t>(request.address.size()));
   if (!created.ok) {
@@ -102,7 +105,7 @@ void CreateAndMountDisk(VolumeContext& ctx, MountRequest& request) {
       bool appeared = false;
       for (int round = 0; round < kMountRounds && !appeared; ++round) {
         ctx.clock.sleep(kSystemLetterWaitMs);
-        const std::uint32_t current = ctx.volumes.logicalDrives();
+        const std::uint32_t current = ctx.volumes.logicalDrives().valueOr(0);
         appeared = current != 0 && FindNewDiskLetter(ctx, request.address, previousDrives, current, found);
       }
       if (!appeared) {
@@ -121,7 +124,7 @@ void CreateAndMountDisk(VolumeContext& ctx, MountRequest& request) {
       request.mountStatus = mountstatus::NoFreeLetter;
     }
   }
-  if (switchedOn) SetAutoMount(ctx, false);  // a failure to put it back is not reported
+  if (switchedOn) ignoreResult(SetAutoMount(ctx, false), "a failure to put automatic mounting back is not reported");
 }
 
 }  // namespace vmd

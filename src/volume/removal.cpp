@@ -1,6 +1,7 @@
 // Dismounting a disk's volumes, removing the disk and waiting until it is
 // gone, and rebuilding it (removal and creation in one step).
 #include "base/bytes.h"
+#include "base/ignore_result.h"
 #include "controller/codes.h"
 #include "settings/creation_record.h"
 #include "volume/volume.h"
@@ -22,7 +23,7 @@ Bytes removalRecord(const DiskAddressBytes& address, std::uint8_t testOnly, std:
 bool sendRemoval(VolumeContext& ctx, const DiskAddressBytes& address, std::uint8_t testOnly, std::uint8_t saveImage,
                  std::uint32_t* error = nullptr) {
   const Bytes record = removalRecord(address, testOnly, saveImage);
-  const IoOutcome r = ctx.controller.request(ioctl::RemoveDisk, record.data(), 16, nullptr, 0);
+  const SysResult<std::uint32_t> r = ctx.controller.request(ioctl::RemoveDisk, record.data(), 16, nullptr, 0);
   if (error) *error = r.error;
   return r.ok;
 }
@@ -32,8 +33,10 @@ bool sendRemoval(VolumeContext& ctx, const DiskAddressBytes& address, std::uint8
 bool DismountVolume(VolumeContext& ctx, const std::wstring& volumePath, VolumeLock& lock, bool& forceAll) {
   lock.locked = false;
   lock.dismounted = false;
+  // A volume that does not open is asked about below, whatever the reason.
   lock.volume = DeviceHandle::open(ctx.io, volumePath, DeviceIo::GenericRead,
-                                   DeviceIo::ShareRead | DeviceIo::ShareWrite, DeviceIo::AttributeNormal);
+                                   DeviceIo::ShareRead | DeviceIo::ShareWrite, DeviceIo::AttributeNormal)
+                    .value;
   if (lock.volume.valid() && lock.volume.control(ioctl::FsctlLockVolume).ok) {
     lock.locked = true;
     lock.dismounted = lock.volume.control(ioctl::FsctlDismountVolume).ok;
@@ -65,8 +68,8 @@ bool RemoveDisk(VolumeContext& ctx, const DiskAddressBytes& address, std::uint8_
 
 bool IsDiskPresent(VolumeContext& ctx, const DiskAddressBytes& address) {
   std::uint8_t present[4] = {};
-  const IoOutcome r = ctx.controller.request(ioctl::QueryDiskPresent, address.data(),
-                                             static_cast<std::uint32_t>(address.size()), present, sizeof present);
+  const SysResult<std::uint32_t> r = ctx.controller.request(
+      ioctl::QueryDiskPresent, address.data(), static_cast<std::uint32_t>(address.size()), present, sizeof present);
   return r.ok && getLE(present, sizeof present, 0, 4) != 0;
 }
 
@@ -99,7 +102,8 @@ void RebuildDisk(VolumeContext& ctx, RebuildRequest& request) {
 
   request.removed = true;
   if (request.driveLetter != 0)
-    BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, static_cast<wchar_t>(request.driveLetter));
+    ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, static_cast<wchar_t>(request.driveLetter)),
+                 "the disk is gone whether or not its letter was announced");
 
   MountRequest mount;
   mount.createRequest = request.createRequest;
@@ -111,7 +115,8 @@ void RebuildDisk(VolumeContext& ctx, RebuildRequest& request) {
   request.driveLetter = mount.driveLetter;
   if (request.error == 0 && request.status == 0 && controllerAssignsLetter(*request.createRequest) &&
       request.driveLetter != 0)
-    BroadcastVolumeChange(ctx, dbt::DeviceArrival, static_cast<wchar_t>(request.driveLetter));
+    ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceArrival, static_cast<wchar_t>(request.driveLetter)),
+                 "the disk is there whether or not its letter was announced");
 }
 
 }  // namespace vmd

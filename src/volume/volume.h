@@ -98,26 +98,28 @@ bool IsDiskDeviceReady(VolumeContext& ctx, const DiskAddressBytes& address);
 // Automatic mounting of new volumes by the mount-point manager: nothing when
 // it cannot be asked.
 std::optional<bool> QueryAutoMount(VolumeContext& ctx);
-bool SetAutoMount(VolumeContext& ctx, bool on);
+[[nodiscard]] bool SetAutoMount(VolumeContext& ctx, bool on);
 
-bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter);
-bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAssigned, wchar_t oldLetter,
-                       wchar_t newLetter);
-// The broadcast's result: negative when it failed.
-std::int32_t BroadcastVolumeChange(VolumeContext& ctx, std::uint32_t event, wchar_t letter);
+[[nodiscard]] bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter);
+[[nodiscard]] bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAssigned,
+                                     wchar_t oldLetter, wchar_t newLetter);
+// BroadcastSystemMessageW with WM_DEVICECHANGE for one letter: not ok when
+// the system answered a negative value.
+SysStatus BroadcastVolumeChange(VolumeContext& ctx, std::uint32_t event, wchar_t letter);
 // The 20-byte DEV_BROADCAST_VOLUME record for one letter.
 Bytes volumeBroadcastRecord(wchar_t letter);
-bool RewriteMountedDevice(VolumeContext& ctx, wchar_t letter, const std::array<std::uint8_t, 12>& data);
+[[nodiscard]] bool RewriteMountedDevice(VolumeContext& ctx, wchar_t letter, const std::array<std::uint8_t, 12>& data);
 
 // False when the user declined to force a dismount; `forceAll` is shared by
 // the volumes of one command.
-bool DismountVolume(VolumeContext& ctx, const std::wstring& volumePath, VolumeLock& lock, bool& forceAll);
+[[nodiscard]] bool DismountVolume(VolumeContext& ctx, const std::wstring& volumePath, VolumeLock& lock,
+                                  bool& forceAll);
 // Unlocks a locked volume and closes its handle.
 void ReleaseVolume(VolumeLock& lock);
 
-bool CanRemoveDisk(VolumeContext& ctx, const DiskAddressBytes& address);
-bool RemoveDisk(VolumeContext& ctx, const DiskAddressBytes& address, std::uint8_t saveImage);
-bool IsDiskPresent(VolumeContext& ctx, const DiskAddressBytes& address);
+[[nodiscard]] bool CanRemoveDisk(VolumeContext& ctx, const DiskAddressBytes& address);
+[[nodiscard]] bool RemoveDisk(VolumeContext& ctx, const DiskAddressBytes& address, std::uint8_t saveImage);
+[[nodiscard]] bool IsDiskPresent(VolumeContext& ctx, const DiskAddressBytes& address);
 void RemoveDiskAndWait(VolumeContext& ctx, RemoveRequest& request);
 void RebuildDisk(VolumeContext& ctx, RebuildRequest& request);
 

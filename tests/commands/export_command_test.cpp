@@ -25,11 +25,11 @@ json machineWith(json settings, bool mounted) {
 
 // The descriptor the run wrote, checked by the reader's own rules.
 DescriptorCheck written(SimApp& sim, const std::wstring& path) {
-  const auto size = sim.platform.platform.files.fileSize(path);
+  const SysResult<std::uint64_t> size = sim.platform.platform.files.fileSize(path);
   EXPECT_TRUE(size.ok);
-  const auto bytes = sim.platform.platform.files.readHead(path, static_cast<std::uint32_t>(size.bytes));
-  EXPECT_TRUE(bytes);
-  return bytes ? CheckDescriptor(bytes->data(), bytes->size()) : DescriptorCheck{};
+  const SysResult<Bytes> bytes = sim.platform.platform.files.readHead(path, static_cast<std::uint32_t>(size.value));
+  EXPECT_TRUE(bytes.ok);
+  return bytes.ok ? CheckDescriptor(bytes.value.data(), bytes.value.size()) : DescriptorCheck{};
 }
 
 TEST(ExportCommand, LetterOfTheMountedVolumeWinsOverTheSettings) {

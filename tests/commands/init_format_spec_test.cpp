@@ -17,32 +17,39 @@ namespace {
 // GetFileAttributesW report for it.
 class OneVolume : public VolumeService, public FileService {
  public:
-  std::uint32_t logicalDrives() override { return 0; }
-  std::uint32_t driveType(const std::wstring&) override { return drivetype::Fixed; }
-  VolumeInfo volumeInformation(const std::wstring& root) override {
+  SysResult<std::uint32_t> logicalDrives() override { return SysResult<std::uint32_t>::failure(1); }
+  SysResult<std::uint32_t> driveType(const std::wstring&) override {
+    return SysResult<std::uint32_t>::success(drivetype::Fixed);
+  }
+  SysResult<VolumeInfo> volumeInformation(const std::wstring& root) override {
     asked = root;
-    if (!infoOk) return {false, 21, L"", 0, L""};
-    return {true, 0, label, serial, fileSystem};
+    if (!infoOk) return SysResult<VolumeInfo>::failure(21);
+    return SysResult<VolumeInfo>::success({label, serial, fileSystem});
   }
-  FreeSpace diskFreeSpace(const std::wstring&) override {
-    if (!spaceOk) return {false, 21, 0, 0, 0, 0};
-    return {true, 0, sectors, 512, 0, 0};
+  SysResult<FreeSpace> diskFreeSpace(const std::wstring&) override {
+    if (!spaceOk) return SysResult<FreeSpace>::failure(21);
+    return SysResult<FreeSpace>::success({sectors, 512, 0, 0});
   }
-  FreeSpaceEx diskFreeSpaceEx(const std::wstring&) override { return {false, 1, 0, 0, 0}; }
-  Text volumeNameForMountPoint(const std::wstring&, std::uint32_t) override { return {false, 1, L""}; }
-  PathNames volumePathNames(const std::wstring&, std::uint32_t) override { return {false, 1, {}, 0}; }
-  SysStatus setVolumeMountPoint(const std::wstring&, const std::wstring&) override { return {false, 1}; }
-  SysStatus deleteVolumeMountPoint(const std::wstring&) override { return {false, 1}; }
-  SysStatus setVolumeLabel(const std::wstring&, const std::wstring*) override { return {false, 1}; }
+  SysResult<FreeSpaceEx> diskFreeSpaceEx(const std::wstring&) override { return SysResult<FreeSpaceEx>::failure(1); }
+  SysResult<std::wstring> volumeNameForMountPoint(const std::wstring&, std::uint32_t) override {
+    return SysResult<std::wstring>::failure(1);
+  }
+  SysResult<PathNames> volumePathNames(const std::wstring&, std::uint32_t) override {
+    return SysResult<PathNames>::failure(1);
+  }
+  SysStatus setVolumeMountPoint(const std::wstring&, const std::wstring&) override { return SysStatus::failure(1); }
+  SysStatus deleteVolumeMountPoint(const std::wstring&) override { return SysStatus::failure(1); }
+  SysStatus setVolumeLabel(const std::wstring&, const std::wstring*) override { return SysStatus::failure(1); }
 
-  std::uint32_t attributes(const std::wstring& path) override {
+  SysResult<std::uint32_t> attributes(const std::wstring& path) override {
     auto it = attrs.find(path);
-    return it == attrs.end() ? InvalidFileAttributes : it->second;
+    if (it == attrs.end()) return SysResult<std::uint32_t>::failure(2, InvalidFileAttributes);
+    return SysResult<std::uint32_t>::success(it->second);
   }
-  Size fileSize(const std::wstring&) override { return {false, 2, 0}; }
-  std::optional<Bytes> readHead(const std::wstring&, std::uint32_t) override { return std::nullopt; }
-  std::uint32_t writeWhole(const std::wstring&, const Bytes&) override { return 110; }
-  bool pathIsDirectory(const std::wstring&) override { return false; }
+  SysResult<std::uint64_t> fileSize(const std::wstring&) override { return SysResult<std::uint64_t>::failure(2); }
+  SysResult<Bytes> readHead(const std::wstring&, std::uint32_t) override { return SysResult<Bytes>::failure(2); }
+  SysStatus writeWhole(const std::wstring&, const Bytes&) override { return SysStatus::failure(110); }
+  SysResult<bool> pathIsDirectory(const std::wstring&) override { return SysResult<bool>::success(false); }
 
   bool infoOk = true, spaceOk = true;
   std::wstring label = L"RAMDISK", fileSystem = L"NTFS";

@@ -22,21 +22,23 @@ using sim::json;
 // Files by path; anything else cannot be opened.
 class StoredFiles : public FileService {
  public:
-  std::uint32_t attributes(const std::wstring& path) override {
-    return files.count(path) ? 0x80 : InvalidFileAttributes;
+  SysResult<std::uint32_t> attributes(const std::wstring& path) override {
+    if (!files.count(path)) return SysResult<std::uint32_t>::failure(2, InvalidFileAttributes);
+    return SysResult<std::uint32_t>::success(0x80);
   }
-  Size fileSize(const std::wstring& path) override {
+  SysResult<std::uint64_t> fileSize(const std::wstring& path) override {
     auto it = files.find(path);
-    if (it == files.end()) return {false, 2, 0};
-    return {true, 0, it->second.size()};
+    if (it == files.end()) return SysResult<std::uint64_t>::failure(2);
+    return SysResult<std::uint64_t>::success(it->second.size());
   }
-  std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) override {
+  SysResult<Bytes> readHead(const std::wstring& path, std::uint32_t count) override {
     auto it = files.find(path);
-    if (it == files.end() || unreadable) return std::nullopt;
-    return Bytes(it->second.begin(), it->second.begin() + std::min<std::size_t>(count, it->second.size()));
+    if (it == files.end() || unreadable) return SysResult<Bytes>::failure(30);  // ERROR_READ_FAULT
+    return SysResult<Bytes>::success(
+        Bytes(it->second.begin(), it->second.begin() + std::min<std::size_t>(count, it->second.size())));
   }
-  std::uint32_t writeWhole(const std::wstring&, const Bytes&) override { return 110; }
-  bool pathIsDirectory(const std::wstring&) override { return false; }
+  SysStatus writeWhole(const std::wstring&, const Bytes&) override { return SysStatus::failure(110); }
+  SysResult<bool> pathIsDirectory(const std::wstring&) override { return SysResult<bool>::success(false); }
 
   std::map<std::wstring, Bytes> files;
   bool unreadable = false;

@@ -14,12 +14,14 @@ namespace {
 
 class FixedSystem : public vmd::SystemInfo, public vmd::Clock {
  public:
-  std::optional<Memory> memoryStatus() override { return std::nullopt; }
-  std::optional<std::wstring> windowsDirectory() override { return std::nullopt; }
+  vmd::SysResult<Memory> memoryStatus() override { return vmd::SysResult<Memory>::failure(31); }
+  vmd::SysResult<std::wstring> windowsDirectory() override { return vmd::SysResult<std::wstring>::failure(31); }
   vmd::SystemTime systemTime() override { return {2026, 11, 0, 22, 3, 41, 22, 500}; }
   std::uint64_t systemTimeAsFileTime() override { return 0x01DA2B3C4D5E6F70ull; }
   void sleep(std::uint32_t) override {}
-  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override { return std::vector<std::uint32_t>{}; }
+  vmd::SysResult<std::vector<std::uint32_t>> diskDriveSignatures() override {
+    return vmd::SysResult<std::vector<std::uint32_t>>::success({});
+  }
 };
 
 void check(bool ok) {

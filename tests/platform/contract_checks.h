@@ -147,22 +147,26 @@ inline void keyWithoutConsoleInputIsNone(Subject& s, Report& r) {
 
 // --- Process start-up services.
 
-inline void frameworkStarts(Subject& s, Report& r) { VERIFY(s.process.initFramework()); }
+inline void frameworkStarts(Subject& s, Report& r) { VERIFY(s.process.initFramework().ok); }
 
 inline void secondMutexOfTheSameNameReportsAlreadyExists(Subject& s, Report& r) {
   const std::wstring name = uniqueName(L"vmdctl-contract-");
-  const ProcessEnvironment::MutexResult first = s.process.createInstanceMutex(name);
-  VERIFY(first.created);
-  VERIFY_EQ(first.error, 0u);
-  const ProcessEnvironment::MutexResult second = s.process.createInstanceMutex(name);
-  VERIFY(second.created);
-  VERIFY_EQ(second.error, syserr::AlreadyExists);
+  const SysResult<bool> first = s.process.createInstanceMutex(name);
+  VERIFY(first.ok);
+  VERIFY(!first.value);
+  const SysResult<bool> second = s.process.createInstanceMutex(name);
+  VERIFY(second.ok);
+  VERIFY(second.value);
 }
 
-inline void tokenHoldsAdministrators(Subject& s, Report& r) { VERIFY(s.process.tokenHasAdministrators()); }
+inline void tokenHoldsAdministrators(Subject& s, Report& r) {
+  const SysResult<bool> admin = s.process.tokenHasAdministrators();
+  VERIFY(admin.ok);
+  VERIFY(admin.value);
+}
 
 inline void comStartsAndStops(Subject& s, Report& r) {
-  VERIFY(s.process.comInitialize() >= 0);
+  VERIFY(s.process.comInitialize().ok);
   s.process.comUninitialize();
 }
 
@@ -181,43 +185,48 @@ constexpr InterfaceClass kControllerClass{0x48FA1FE0, 0x7189, 0x432A, {0x9F, 0xD
 constexpr InterfaceClass kVolumeClass{0x53F5630D, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 
 inline void noControllerMeansAnEmptySet(Subject& s, Report& r) {
-  const auto found = s.setup.presentInterfaces(kControllerClass, DeviceSetup::Scope::FirstOnly);
-  VERIFY(found.has_value());
-  if (found) VERIFY_EQ(found->size(), std::size_t{0});
+  const SysResult<std::vector<DeviceSetup::Interface>> found =
+      s.setup.presentInterfaces(kControllerClass, DeviceSetup::Scope::FirstOnly);
+  VERIFY(found.ok);
+  VERIFY_EQ(found.value.size(), std::size_t{0});
 }
 
 inline void volumeInterfacesComeInIndexOrderWithPaths(Subject& s, Report& r) {
-  const auto found = s.setup.presentInterfaces(kVolumeClass, DeviceSetup::Scope::All);
-  VERIFY(found.has_value());
-  if (!found) return;
-  r.note(std::to_string(found->size()) + " volume interface(s)");
-  for (std::size_t i = 0; i < found->size(); ++i) {
-    VERIFY(!(*found)[i].path.empty());
-    if (i > 0) VERIFY((*found)[i].index > (*found)[i - 1].index);
+  const SysResult<std::vector<DeviceSetup::Interface>> found =
+      s.setup.presentInterfaces(kVolumeClass, DeviceSetup::Scope::All);
+  VERIFY(found.ok);
+  if (!found.ok) return;
+  const std::vector<DeviceSetup::Interface>& list = found.value;
+  r.note(std::to_string(list.size()) + " volume interface(s)");
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    VERIFY(!list[i].path.empty());
+    if (i > 0) VERIFY(list[i].index > list[i - 1].index);
   }
 }
 
 inline void openingAMissingDeviceGivesTheError(Subject& s, Report& r) {
-  const DeviceIo::OpenResult o =
+  const SysResult<DeviceIo::Handle> o =
       s.io.open(L"\\\\.\\VelmoRdDevPort0Target0", kReadWrite, kShareReadWrite, DeviceIo::OpenExisting, 0);
-  VERIFY_EQ(o.handle, DeviceIo::Invalid);
+  VERIFY(!o.ok);
+  VERIFY_EQ(o.value, DeviceIo::Invalid);
   VERIFY(o.error == syserr::FileNotFound || o.error == syserr::PathNotFound);
 }
 
 inline void aFileOpensFlushesAndRefusesDiskRequests(Subject& s, Report& r) {
   const std::wstring path = scratchFile(s, L"io-", L".bin");
-  VERIFY_EQ(s.files.writeWhole(path, pattern(100)), 0u);
-  const DeviceIo::OpenResult o =
+  VERIFY(s.files.writeWhole(path, pattern(100)).ok);
+  const SysResult<DeviceIo::Handle> o =
       s.io.open(path, kReadWrite, kShareReadWrite, DeviceIo::OpenExisting, DeviceIo::AttributeNormal);
-  VERIFY(o.handle != DeviceIo::Invalid);
+  VERIFY(o.ok);
   VERIFY_EQ(o.error, 0u);
-  if (o.handle == DeviceIo::Invalid) return;
-  VERIFY(s.io.flush(o.handle).ok);
+  if (!o.ok) return;
+  VERIFY(o.value != DeviceIo::Invalid);
+  VERIFY(s.io.flush(o.value).ok);
   std::uint8_t out[32] = {};
-  const DeviceIo::ControlResult ctl = s.io.control(o.handle, kGetPartitionInfo, nullptr, 0, out, sizeof(out));
+  const SysResult<std::uint32_t> ctl = s.io.control(o.value, kGetPartitionInfo, nullptr, 0, out, sizeof(out));
   VERIFY(!ctl.ok);
   VERIFY(ctl.error != 0);
-  s.io.close(o.handle);
+  s.io.close(o.value);
   s.fixture.removeFile(path);
 }
 
@@ -225,15 +234,15 @@ inline void aFileOpensFlushesAndRefusesDiskRequests(Subject& s, Report& r) {
 class CountingIo : public DeviceIo {
  public:
   CountingIo(DeviceIo& inner, Fixture& fixture) : inner_(inner), fixture_(fixture) {}
-  OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
-                  std::uint32_t flags) override {
+  SysResult<Handle> open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                         std::uint32_t disposition, std::uint32_t flags) override {
     return inner_.open(path, access, share, disposition, flags);
   }
-  ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                        std::uint32_t outSize) override {
+  SysResult<std::uint32_t> control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                                   std::uint32_t outSize) override {
     return inner_.control(h, code, in, inSize, out, outSize);
   }
-  Status flush(Handle h) override { return inner_.flush(h); }
+  SysStatus flush(Handle h) override { return inner_.flush(h); }
   void close(Handle h) override {
     if (fixture_.handleIsOpen(h)) ++closedOpen;
     ++closes;
@@ -249,13 +258,15 @@ class CountingIo : public DeviceIo {
 
 inline void deviceHandleClosesOnceAfterMoves(Subject& s, Report& r) {
   const std::wstring path = scratchFile(s, L"handle-", L".bin");
-  VERIFY_EQ(s.files.writeWhole(path, pattern(8)), 0u);
+  VERIFY(s.files.writeWhole(path, pattern(8)).ok);
   CountingIo io(s.io, s.fixture);
   {
-    std::uint32_t error = 99;
-    DeviceHandle first = DeviceHandle::open(io, path, kReadWrite, kShareReadWrite, DeviceIo::AttributeNormal, &error);
+    SysResult<DeviceHandle> opened =
+        DeviceHandle::open(io, path, kReadWrite, kShareReadWrite, DeviceIo::AttributeNormal);
+    VERIFY(opened.ok);
+    VERIFY_EQ(opened.error, 0u);
+    DeviceHandle first = std::move(opened.value);
     VERIFY(first.valid());
-    VERIFY_EQ(error, 0u);
     DeviceHandle second(std::move(first));
     VERIFY(!first.valid());
     VERIFY(second.valid());
@@ -270,7 +281,7 @@ inline void deviceHandleClosesOnceAfterMoves(Subject& s, Report& r) {
     VERIFY_EQ(io.closes, 0);
     // The moved-to handle still reaches the file: a file refuses disk requests.
     std::uint8_t out[32] = {};
-    const DeviceIo::ControlResult c = third.control(kGetPartitionInfo, nullptr, 0, out, sizeof(out));
+    const SysResult<std::uint32_t> c = third.control(kGetPartitionInfo, nullptr, 0, out, sizeof(out));
     VERIFY(!c.ok);
     VERIFY(c.error != syserr::InvalidHandle);
   }
@@ -281,15 +292,15 @@ inline void deviceHandleClosesOnceAfterMoves(Subject& s, Report& r) {
 
 inline void deviceHandleCloseIsExplicitAndFinal(Subject& s, Report& r) {
   const std::wstring path = scratchFile(s, L"handle-", L".bin");
-  VERIFY_EQ(s.files.writeWhole(path, pattern(8)), 0u);
+  VERIFY(s.files.writeWhole(path, pattern(8)).ok);
   CountingIo io(s.io, s.fixture);
-  const DeviceIo::OpenResult o = io.open(path, kReadWrite, kShareReadWrite, DeviceIo::OpenExisting, 0);
-  VERIFY(o.handle != DeviceIo::Invalid);
+  const SysResult<DeviceIo::Handle> o = io.open(path, kReadWrite, kShareReadWrite, DeviceIo::OpenExisting, 0);
+  VERIFY(o.ok);
   {
-    DeviceHandle h(io, o.handle);
+    DeviceHandle h(io, o.value);
     h.close();
     VERIFY(!h.valid());
-    VERIFY(!s.fixture.handleIsOpen(o.handle));
+    VERIFY(!s.fixture.handleIsOpen(o.value));
     VERIFY_EQ(h.control(kGetPartitionInfo).error, syserr::InvalidHandle);
     VERIFY_EQ(h.flush().error, syserr::InvalidHandle);
   }
@@ -301,9 +312,11 @@ inline void deviceHandleThatDidNotOpenClosesNothing(Subject& s, Report& r) {
   CountingIo io(s.io, s.fixture);
   std::uint32_t error = 0;
   {
-    DeviceHandle h = DeviceHandle::open(io, L"\\\\.\\VelmoRdDevPort0Target0", DeviceIo::GenericRead,
-                                        DeviceIo::ShareRead, DeviceIo::AttributeNormal, &error);
-    VERIFY(!h.valid());
+    SysResult<DeviceHandle> h = DeviceHandle::open(io, L"\\\\.\\VelmoRdDevPort0Target0", DeviceIo::GenericRead,
+                                                   DeviceIo::ShareRead, DeviceIo::AttributeNormal);
+    VERIFY(!h.ok);
+    VERIFY(!h.value.valid());
+    error = h.error;
   }
   VERIFY(error == syserr::FileNotFound || error == syserr::PathNotFound);
   VERIFY_EQ(io.closes, 0);
@@ -311,19 +324,29 @@ inline void deviceHandleThatDidNotOpenClosesNothing(Subject& s, Report& r) {
 
 // --- Volumes.
 
-inline void driveCIsThere(Subject& s, Report& r) { VERIFY(s.volumes.logicalDrives() & (1u << 2)); }
+inline void driveCIsThere(Subject& s, Report& r) {
+  const SysResult<std::uint32_t> drives = s.volumes.logicalDrives();
+  VERIFY(drives.ok);
+  VERIFY(drives.value & (1u << 2));
+}
 
-inline void driveZMapsTheUnixRoot(Subject& s, Report& r) { VERIFY(s.volumes.logicalDrives() & (1u << 25)); }
+inline void driveZMapsTheUnixRoot(Subject& s, Report& r) { VERIFY(s.volumes.logicalDrives().value & (1u << 25)); }
 
 inline void driveTypes(Subject& s, Report& r) {
-  VERIFY_EQ(s.volumes.driveType(L"C:\\"), drivetype::Fixed);
-  VERIFY_EQ(s.volumes.driveType(L"Q:\\"), drivetype::NoRootDir);
+  const SysResult<std::uint32_t> c = s.volumes.driveType(L"C:\\");
+  VERIFY(c.ok);
+  VERIFY_EQ(c.value, drivetype::Fixed);
+  // A root that is not there is an answer, not a failure.
+  const SysResult<std::uint32_t> q = s.volumes.driveType(L"Q:\\");
+  VERIFY(q.ok);
+  VERIFY_EQ(q.value, drivetype::NoRootDir);
 }
 
 inline void volumeInformationOfC(Subject& s, Report& r) {
-  const VolumeService::VolumeInfo v = s.volumes.volumeInformation(L"C:\\");
-  VERIFY(v.ok);
-  VERIFY_EQ(v.error, 0u);
+  const SysResult<VolumeService::VolumeInfo> read = s.volumes.volumeInformation(L"C:\\");
+  VERIFY(read.ok);
+  VERIFY_EQ(read.error, 0u);
+  const VolumeService::VolumeInfo& v = read.value;
   VERIFY(!v.fileSystem.empty());
   VERIFY(v.fileSystem.size() <= 24);
   VERIFY(v.label.size() <= 259);
@@ -331,49 +354,50 @@ inline void volumeInformationOfC(Subject& s, Report& r) {
 }
 
 inline void volumeInformationOfAMissingDriveFails(Subject& s, Report& r) {
-  const VolumeService::VolumeInfo v = s.volumes.volumeInformation(L"Q:\\");
+  const SysResult<VolumeService::VolumeInfo> v = s.volumes.volumeInformation(L"Q:\\");
   VERIFY(!v.ok);
   VERIFY(v.error != 0);
 }
 
 inline void freeSpaceOfC(Subject& s, Report& r) {
-  const VolumeService::FreeSpace f = s.volumes.diskFreeSpace(L"C:\\");
+  const SysResult<VolumeService::FreeSpace> f = s.volumes.diskFreeSpace(L"C:\\");
   VERIFY(f.ok);
-  VERIFY(f.bytesPerSector > 0);
-  VERIFY(f.sectorsPerCluster > 0);
-  VERIFY(f.freeClusters <= f.totalClusters);
-  const VolumeService::FreeSpaceEx e = s.volumes.diskFreeSpaceEx(L"C:\\");
+  VERIFY(f.value.bytesPerSector > 0);
+  VERIFY(f.value.sectorsPerCluster > 0);
+  VERIFY(f.value.freeClusters <= f.value.totalClusters);
+  const SysResult<VolumeService::FreeSpaceEx> e = s.volumes.diskFreeSpaceEx(L"C:\\");
   VERIFY(e.ok);
-  VERIFY(e.totalBytes > 0);
-  VERIFY(e.totalFree <= e.totalBytes);
-  const VolumeService::FreeSpace missing = s.volumes.diskFreeSpace(L"Q:\\");
+  VERIFY(e.value.totalBytes > 0);
+  VERIFY(e.value.totalFree <= e.value.totalBytes);
+  const SysResult<VolumeService::FreeSpace> missing = s.volumes.diskFreeSpace(L"Q:\\");
   VERIFY(!missing.ok);
   VERIFY(missing.error != 0);
 }
 
 inline void mountPointOfAMissingDriveIsRefused(Subject& s, Report& r) {
-  const VolumeService::Text t = s.volumes.volumeNameForMountPoint(L"Q:\\", 50);
+  const SysResult<std::wstring> t = s.volumes.volumeNameForMountPoint(L"Q:\\", 50);
   VERIFY(!t.ok);
   VERIFY(t.error != 0);
 }
 
 inline void volumeNameAndPathNamesOfC(Subject& s, Report& r) {
-  const VolumeService::Text name = s.volumes.volumeNameForMountPoint(L"C:\\", 50);
+  const SysResult<std::wstring> name = s.volumes.volumeNameForMountPoint(L"C:\\", 50);
   if (!name.ok) {
     r.note("no volume name for C:\\ (error " + std::to_string(name.error) + ")");
     VERIFY(name.error != 0);
     return;
   }
   VERIFY_EQ(name.value.rfind(L"\\\\?\\Volume{", 0), std::size_t{0});
-  const VolumeService::PathNames small = s.volumes.volumePathNames(name.value, 2);
+  const SysResult<VolumeService::PathNames> small = s.volumes.volumePathNames(name.value, 2);
   VERIFY(!small.ok);
   VERIFY_EQ(small.error, syserr::MoreData);
-  VERIFY(small.needed > 2);
-  const VolumeService::PathNames all = s.volumes.volumePathNames(name.value, small.needed);
+  VERIFY(small.value.needed > 2);
+  const SysResult<VolumeService::PathNames> all = s.volumes.volumePathNames(name.value, small.value.needed);
   VERIFY(all.ok);
-  VERIFY(all.multiString.size() >= 2);
-  VERIFY(all.multiString.size() >= 2 && all.multiString.back() == 0 && all.multiString[all.multiString.size() - 2] == 0);
-  VERIFY(equalsNoCase(std::wstring(all.multiString.data()), L"C:\\"));
+  const std::vector<wchar_t>& multi = all.value.multiString;
+  VERIFY(multi.size() >= 2);
+  VERIFY(multi.size() >= 2 && multi.back() == 0 && multi[multi.size() - 2] == 0);
+  VERIFY(!multi.empty() && equalsNoCase(std::wstring(multi.data()), L"C:\\"));
 }
 
 inline void deletingAMountPointThatIsNoneFails(Subject& s, Report& r) {
@@ -388,129 +412,160 @@ inline void deletingAMountPointThatIsNoneFails(Subject& s, Report& r) {
 inline void wholeWriteThenSizeAttributesAndHead(Subject& s, Report& r) {
   const std::wstring path = scratchFile(s, L"file-", L".img");
   const Bytes data = pattern(3000);
-  VERIFY_EQ(s.files.writeWhole(path, data), 0u);
-  const std::uint32_t attrs = s.files.attributes(path);
-  VERIFY(attrs != InvalidFileAttributes);
-  VERIFY((attrs & 0x10) == 0);
-  VERIFY(!s.files.pathIsDirectory(path));
-  const FileService::Size size = s.files.fileSize(path);
+  VERIFY(s.files.writeWhole(path, data).ok);
+  const SysResult<std::uint32_t> attrs = s.files.attributes(path);
+  VERIFY(attrs.ok);
+  VERIFY(attrs.value != InvalidFileAttributes);
+  VERIFY((attrs.value & 0x10) == 0);
+  const SysResult<bool> directory = s.files.pathIsDirectory(path);
+  VERIFY(directory.ok);
+  VERIFY(!directory.value);
+  const SysResult<std::uint64_t> size = s.files.fileSize(path);
   VERIFY(size.ok);
-  VERIFY_EQ(size.bytes, std::uint64_t{3000});
-  const std::optional<Bytes> head = s.files.readHead(path, 512);
-  VERIFY(head.has_value());
-  if (head) VERIFY(*head == Bytes(data.begin(), data.begin() + 512));
-  const std::optional<Bytes> all = s.files.readHead(path, 5000);
-  VERIFY(all.has_value());
-  if (all) VERIFY(*all == data);
+  VERIFY_EQ(size.value, std::uint64_t{3000});
+  const SysResult<Bytes> head = s.files.readHead(path, 512);
+  VERIFY(head.ok);
+  VERIFY(head.value == Bytes(data.begin(), data.begin() + 512));
+  const SysResult<Bytes> all = s.files.readHead(path, 5000);
+  VERIFY(all.ok);
+  VERIFY(all.value == data);
   // A second write replaces the whole file.
-  VERIFY_EQ(s.files.writeWhole(path, pattern(10)), 0u);
-  VERIFY_EQ(s.files.fileSize(path).bytes, std::uint64_t{10});
+  VERIFY(s.files.writeWhole(path, pattern(10)).ok);
+  VERIFY_EQ(s.files.fileSize(path).value, std::uint64_t{10});
   s.fixture.removeFile(path);
 }
 
 inline void missingFileAnswers(Subject& s, Report& r) {
   const std::wstring path = s.fixture.scratchFolder() + L"\\" + uniqueName(L"missing-");
-  VERIFY_EQ(s.files.attributes(path), InvalidFileAttributes);
-  const FileService::Size size = s.files.fileSize(path);
+  const SysResult<std::uint32_t> attrs = s.files.attributes(path);
+  VERIFY(!attrs.ok);
+  VERIFY_EQ(attrs.error, syserr::FileNotFound);
+  const SysResult<std::uint64_t> size = s.files.fileSize(path);
   VERIFY(!size.ok);
   VERIFY_EQ(size.error, syserr::FileNotFound);
-  VERIFY(!s.files.readHead(path, 16).has_value());
-  VERIFY(!s.files.pathIsDirectory(path));
+  const SysResult<Bytes> head = s.files.readHead(path, 16);
+  VERIFY(!head.ok);
+  VERIFY_EQ(head.error, syserr::FileNotFound);
+  const SysResult<bool> directory = s.files.pathIsDirectory(path);
+  VERIFY(directory.ok);  // an answer: no folder there
+  VERIFY(!directory.value);
 }
 
 inline void wholeWriteLeavesExactlyTheBytes(Subject& s, Report& r) {
   const std::wstring path = scratchFile(s, L"bytes-", L".bin");
   const Bytes data = pattern(70000);
-  VERIFY_EQ(s.files.writeWhole(path, data), 0u);
+  VERIFY(s.files.writeWhole(path, data).ok);
   const std::optional<Bytes> stored = s.fixture.storedBytes(path);
   VERIFY(stored.has_value());
   if (stored) VERIFY(*stored == data);
-  VERIFY_EQ(s.files.writeWhole(path, Bytes{}), 0u);
-  VERIFY_EQ(s.files.fileSize(path).bytes, std::uint64_t{0});
+  VERIFY(s.files.writeWhole(path, Bytes{}).ok);
+  const SysResult<std::uint64_t> size = s.files.fileSize(path);
+  VERIFY(size.ok);
+  VERIFY_EQ(size.value, std::uint64_t{0});
   s.fixture.removeFile(path);
 }
 
 inline void writeOverAFolderIsOpenFailed(Subject& s, Report& r) {
-  VERIFY_EQ(s.files.writeWhole(s.fixture.scratchFolder(), pattern(4)), syserr::OpenFailed);
+  const SysStatus w = s.files.writeWhole(s.fixture.scratchFolder(), pattern(4));
+  VERIFY(!w.ok);
+  VERIFY_EQ(w.error, syserr::OpenFailed);
 }
 
 inline void writeIntoAMissingFolderIsOpenFailed(Subject& s, Report& r) {
-  VERIFY_EQ(s.files.writeWhole(s.fixture.scratchFolder() + L"\\no-such-folder\\x\\f.bin", pattern(4)),
-            syserr::OpenFailed);
+  const SysStatus w = s.files.writeWhole(s.fixture.scratchFolder() + L"\\no-such-folder\\x\\f.bin", pattern(4));
+  VERIFY(!w.ok);
+  VERIFY_EQ(w.error, syserr::OpenFailed);
 }
 
 inline void foldersAreDirectories(Subject& s, Report& r) {
-  VERIFY(s.files.pathIsDirectory(s.fixture.scratchFolder()));
-  VERIFY(s.files.pathIsDirectory(L"C:\\"));
-  VERIFY(s.files.attributes(s.fixture.scratchFolder()) & 0x10);
+  VERIFY(s.files.pathIsDirectory(s.fixture.scratchFolder()).value);
+  VERIFY(s.files.pathIsDirectory(L"C:\\").value);
+  const SysResult<std::uint32_t> attrs = s.files.attributes(s.fixture.scratchFolder());
+  VERIFY(attrs.ok);
+  VERIFY(attrs.value & 0x10);
 }
 
 // --- Registry (HKEY_LOCAL_MACHINE).
 
 inline void missingKeyReadsNothing(Subject& s, Report& r) {
-  VERIFY(!s.registry.readDword(L"SYSTEM\\CurrentControlSet\\services\\kelvdrv\\Parameters", L"EnableIM").has_value());
-  VERIFY(!s.registry.readDword(L"SOFTWARE", uniqueName(L"no-value-")).has_value());
-  std::uint32_t error = 0;
-  VERIFY(s.registry.openForWrite(L"SOFTWARE\\" + uniqueName(L"no-key-"), error) == nullptr);
-  VERIFY_EQ(error, syserr::FileNotFound);
+  const SysResult<std::uint32_t> noKey =
+      s.registry.readDword(L"SYSTEM\\CurrentControlSet\\services\\kelvdrv\\Parameters", L"EnableIM");
+  VERIFY(!noKey.ok);
+  VERIFY_EQ(noKey.error, syserr::FileNotFound);
+  const SysResult<std::uint32_t> noValue = s.registry.readDword(L"SOFTWARE", uniqueName(L"no-value-"));
+  VERIFY(!noValue.ok);
+  VERIFY_EQ(noValue.error, syserr::FileNotFound);
+  const SysResult<std::unique_ptr<Registry::Key>> opened =
+      s.registry.openForWrite(L"SOFTWARE\\" + uniqueName(L"no-key-"));
+  VERIFY(!opened.ok);
+  VERIFY(opened.value == nullptr);
+  VERIFY_EQ(opened.error, syserr::FileNotFound);
 }
 
 inline void valuesAreWrittenEnumeratedReadAndDeleted(Subject& s, Report& r) {
-  std::uint32_t error = 1;
-  std::unique_ptr<Registry::Key> key = s.registry.openForWrite(L"SOFTWARE", error);
-  VERIFY(key != nullptr);
-  VERIFY_EQ(error, 0u);
-  if (!key) return;
+  const SysResult<std::unique_ptr<Registry::Key>> opened = s.registry.openForWrite(L"SOFTWARE");
+  VERIFY(opened.ok);
+  VERIFY_EQ(opened.error, 0u);
+  if (!opened.ok || !opened.value) return;
+  Registry::Key& key = *opened.value;
   const std::wstring four = uniqueName(L"vmdctl-contract-4-");
   const std::wstring twelve = uniqueName(L"vmdctl-contract-12-");
-  VERIFY_EQ(key->setBinary(four, Bytes{0x01, 0x02, 0x03, 0x04}), 0u);
-  VERIFY_EQ(key->setBinary(twelve, pattern(12)), 0u);
+  const std::wstring two = uniqueName(L"vmdctl-contract-2-");
+  VERIFY(key.setBinary(four, Bytes{0x01, 0x02, 0x03, 0x04}).ok);
+  VERIFY(key.setBinary(twelve, pattern(12)).ok);
+  VERIFY(key.setBinary(two, pattern(2)).ok);
 
-  // Four bytes read as a DWORD whatever their type; twelve do not.
-  VERIFY_EQ(s.registry.readDword(L"SOFTWARE", four).value_or(0), 0x04030201u);
-  VERIFY(!s.registry.readDword(L"SOFTWARE", twelve).has_value());
+  // Four bytes read as a DWORD whatever their type; twelve do not fit, two are too few.
+  VERIFY_EQ(s.registry.readDword(L"SOFTWARE", four).valueOr(0), 0x04030201u);
+  const SysResult<std::uint32_t> long12 = s.registry.readDword(L"SOFTWARE", twelve);
+  VERIFY(!long12.ok);
+  VERIFY_EQ(long12.error, syserr::MoreData);
+  const SysResult<std::uint32_t> short2 = s.registry.readDword(L"SOFTWARE", two);
+  VERIFY(!short2.ok);
+  VERIFY_EQ(short2.error, syserr::InvalidData);
 
   bool seen = false, sawTooLong = false;
   std::uint32_t index = 0, rc = 0;
   for (; index < 10000; ++index) {
-    Registry::Value v;
-    rc = key->enumValue(index, 64, 16, v);
-    if (rc == syserr::NoMoreItems) break;
-    if (rc != 0) continue;
+    const SysResult<Registry::Value> read = key.enumValue(index, 64, 16);
+    rc = read.error;
+    if (!read.ok && rc == syserr::NoMoreItems) break;
+    if (!read.ok) continue;
+    const Registry::Value& v = read.value;
     if (v.name == twelve) {
       seen = true;
       VERIFY_EQ(v.type, 3u);  // REG_BINARY
       VERIFY(v.data == pattern(12));
-      Registry::Value shortName;
-      sawTooLong = key->enumValue(index, 4, 16, shortName) == syserr::MoreData;
-      Registry::Value shortData;
-      VERIFY_EQ(key->enumValue(index, 64, 8, shortData), syserr::MoreData);
+      sawTooLong = key.enumValue(index, 4, 16).error == syserr::MoreData;
+      VERIFY_EQ(key.enumValue(index, 64, 8).error, syserr::MoreData);
     }
   }
   VERIFY_EQ(rc, syserr::NoMoreItems);
   VERIFY(seen);
   VERIFY(sawTooLong);
 
-  VERIFY_EQ(key->deleteValue(four), 0u);
-  VERIFY_EQ(key->deleteValue(twelve), 0u);
-  VERIFY_EQ(key->deleteValue(twelve), syserr::FileNotFound);
-  VERIFY(!s.registry.readDword(L"SOFTWARE", four).has_value());
+  VERIFY(key.deleteValue(four).ok);
+  VERIFY(key.deleteValue(twelve).ok);
+  VERIFY(key.deleteValue(two).ok);
+  const SysStatus again = key.deleteValue(twelve);
+  VERIFY(!again.ok);
+  VERIFY_EQ(again.error, syserr::FileNotFound);
+  VERIFY_EQ(s.registry.readDword(L"SOFTWARE", four).error, syserr::FileNotFound);
 }
 
 inline void mountedDevicesOpensForWrite(Subject& s, Report& r) {
-  std::uint32_t error = 1;
-  std::unique_ptr<Registry::Key> key = s.registry.openForWrite(L"SYSTEM\\MountedDevices", error);
-  if (!key) r.note("SYSTEM\\MountedDevices: error " + std::to_string(error));
-  VERIFY(key != nullptr);
+  const SysResult<std::unique_ptr<Registry::Key>> key = s.registry.openForWrite(L"SYSTEM\\MountedDevices");
+  if (!key.ok) r.note("SYSTEM\\MountedDevices: error " + std::to_string(key.error));
+  VERIFY(key.ok);
+  VERIFY(key.value != nullptr);
 }
 
 inline std::vector<std::wstring> valueNames(Registry::Key& key) {
   std::vector<std::wstring> names;
   for (std::uint32_t i = 0; i < 1000; ++i) {
-    Registry::Value v;
-    const std::uint32_t rc = key.enumValue(i, 260, 4096, v);
-    if (rc == syserr::NoMoreItems) break;
-    if (rc == 0) names.push_back(v.name);
+    const SysResult<Registry::Value> read = key.enumValue(i, 260, 4096);
+    if (!read.ok && read.error == syserr::NoMoreItems) break;
+    if (read.ok) names.push_back(read.value.name);
   }
   return names;
 }
@@ -520,70 +575,73 @@ inline void driveLetterValuesAreWalkedWithSmallBuffers(Subject& s, Report& r) {
   const std::optional<std::wstring> scratch = s.fixture.createScratchKey();
   VERIFY(scratch.has_value());
   if (!scratch) return;
-  std::uint32_t error = 1;
-  std::unique_ptr<Registry::Key> key = s.registry.openForWrite(*scratch, error);
-  VERIFY(key != nullptr);
-  if (key) {
+  SysResult<std::unique_ptr<Registry::Key>> opened = s.registry.openForWrite(*scratch);
+  VERIFY(opened.ok);
+  if (opened.ok && opened.value) {
+    Registry::Key& key = *opened.value;
     const Bytes disk{0x78, 0x56, 0x34, 0x12, 0x00, 0x7E, 0, 0, 0, 0, 0, 0};
-    VERIFY_EQ(key->setBinary(L"\\DosDevices\\R:", disk), 0u);
-    VERIFY_EQ(key->setBinary(L"\\DosDevices\\S:", pattern(12)), 0u);
-    VERIFY_EQ(key->setBinary(L"\\DosDevices\\T:", pattern(24)), 0u);        // data too long
-    VERIFY_EQ(key->setBinary(L"\\??\\Volume{3f1d6c52-0000}", disk), 0u);  // name too long
-    VERIFY_EQ(valueNames(*key).size(), std::size_t{4});
+    VERIFY(key.setBinary(L"\\DosDevices\\R:", disk).ok);
+    VERIFY(key.setBinary(L"\\DosDevices\\S:", pattern(12)).ok);
+    VERIFY(key.setBinary(L"\\DosDevices\\T:", pattern(24)).ok);        // data too long
+    VERIFY(key.setBinary(L"\\??\\Volume{3f1d6c52-0000}", disk).ok);  // name too long
+    VERIFY_EQ(valueNames(key).size(), std::size_t{4});
 
     // The walk's own buffers: 16 name characters (terminator included), 12 bytes;
     // 234 for what does not fit, 259 past the end.
     int fitted = 0, tooLong = 0;
     std::uint32_t rc = 0;
     for (std::uint32_t index = 0; index < 100; ++index) {
-      Registry::Value v;
-      rc = key->enumValue(index, 16, 12, v);
-      if (rc == syserr::NoMoreItems) break;
-      if (rc == syserr::MoreData) {
+      const SysResult<Registry::Value> read = key.enumValue(index, 16, 12);
+      rc = read.error;
+      if (!read.ok && rc == syserr::NoMoreItems) break;
+      if (!read.ok && rc == syserr::MoreData) {
         ++tooLong;
         continue;
       }
+      VERIFY(read.ok);
       VERIFY_EQ(rc, 0u);
       ++fitted;
-      VERIFY_EQ(v.name.size(), std::size_t{14});
-      VERIFY_EQ(v.type, 3u);  // REG_BINARY
-      VERIFY_EQ(v.data.size(), std::size_t{12});
+      VERIFY_EQ(read.value.name.size(), std::size_t{14});
+      VERIFY_EQ(read.value.type, 3u);  // REG_BINARY
+      VERIFY_EQ(read.value.data.size(), std::size_t{12});
     }
     VERIFY_EQ(rc, syserr::NoMoreItems);
     VERIFY_EQ(fitted, 2);
     VERIFY_EQ(tooLong, 2);
 
     // A removal moves the later values down one index.
-    const std::vector<std::wstring> before = valueNames(*key);
-    VERIFY_EQ(key->deleteValue(before[0]), 0u);
-    Registry::Value first;
-    VERIFY_EQ(key->enumValue(0, 260, 4096, first), 0u);
-    VERIFY_EQ(first.name, before[1]);
-    VERIFY_EQ(valueNames(*key).size(), std::size_t{3});
+    const std::vector<std::wstring> before = valueNames(key);
+    VERIFY(before.size() >= 2);
+    if (before.size() >= 2) {
+      VERIFY(key.deleteValue(before[0]).ok);
+      const SysResult<Registry::Value> first = key.enumValue(0, 260, 4096);
+      VERIFY(first.ok);
+      VERIFY_EQ(first.value.name, before[1]);
+      VERIFY_EQ(valueNames(key).size(), std::size_t{3});
+    }
 
     // Writing over a value replaces its data.
-    VERIFY_EQ(key->setBinary(L"\\DosDevices\\S:", disk), 0u);
+    VERIFY(key.setBinary(L"\\DosDevices\\S:", disk).ok);
     for (std::uint32_t i = 0; i < 10; ++i) {
-      Registry::Value v;
-      if (key->enumValue(i, 16, 12, v) == 0 && v.name == L"\\DosDevices\\S:") VERIFY(v.data == disk);
+      const SysResult<Registry::Value> v = key.enumValue(i, 16, 12);
+      if (v.ok && v.value.name == L"\\DosDevices\\S:") VERIFY(v.value.data == disk);
     }
-    for (const std::wstring& name : valueNames(*key)) VERIFY_EQ(key->deleteValue(name), 0u);
-    VERIFY(valueNames(*key).empty());
+    for (const std::wstring& name : valueNames(key)) VERIFY(key.deleteValue(name).ok);
+    VERIFY(valueNames(key).empty());
   }
-  key.reset();
+  opened.value.reset();
   s.fixture.deleteScratchKey(*scratch);
 }
 
 inline void mountedDevicesHoldsTheDrives(Subject& s, Report& r) {
-  std::uint32_t error = 1;
-  std::unique_ptr<Registry::Key> key = s.registry.openForWrite(L"SYSTEM\\MountedDevices", error);
-  VERIFY(key != nullptr);
-  if (!key) return;
+  const SysResult<std::unique_ptr<Registry::Key>> opened = s.registry.openForWrite(L"SYSTEM\\MountedDevices");
+  VERIFY(opened.ok);
+  if (!opened.ok || !opened.value) return;
   for (std::uint32_t i = 0; i < 200; ++i) {
-    Registry::Value v;
-    const std::uint32_t rc = key->enumValue(i, 260, 4096, v);
-    if (rc == syserr::NoMoreItems) break;
-    if (rc != 0) continue;
+    const SysResult<Registry::Value> read = opened.value->enumValue(i, 260, 4096);
+    if (!read.ok && read.error == syserr::NoMoreItems) break;
+    if (!read.ok) continue;
+    const Registry::Value& v = read.value;
     std::string data;
     for (std::size_t k = 0; k < v.data.size() && k < 48; ++k)
       data += (v.data[k] >= 32 && v.data[k] < 127) ? char(v.data[k]) : '.';
@@ -594,18 +652,16 @@ inline void mountedDevicesHoldsTheDrives(Subject& s, Report& r) {
 // --- System information and the clock.
 
 inline void memoryIsReported(Subject& s, Report& r) {
-  const std::optional<SystemInfo::Memory> m = s.system.memoryStatus();
-  VERIFY(m.has_value());
-  if (m) {
-    VERIFY(m->totalPhys > 0);
-    VERIFY(m->availPhys <= m->totalPhys);
-  }
+  const SysResult<SystemInfo::Memory> m = s.system.memoryStatus();
+  VERIFY(m.ok);
+  VERIFY(m.value.totalPhys > 0);
+  VERIFY(m.value.availPhys <= m.value.totalPhys);
 }
 
 inline void windowsDirectoryIsCWindows(Subject& s, Report& r) {
-  const std::optional<std::wstring> dir = s.system.windowsDirectory();
-  VERIFY(dir.has_value());
-  if (dir) VERIFY(equalsNoCase(*dir, L"C:\\windows"));
+  const SysResult<std::wstring> dir = s.system.windowsDirectory();
+  VERIFY(dir.ok);
+  VERIFY(equalsNoCase(dir.value, L"C:\\windows"));
 }
 
 inline void clockAgreesWithItselfAndSleepWaits(Subject& s, Report& r) {
@@ -623,30 +679,31 @@ inline void clockAgreesWithItselfAndSleepWaits(Subject& s, Report& r) {
 }
 
 inline void diskSignaturesComeFromWmi(Subject& s, Report& r) {
-  VERIFY(s.process.comInitialize() >= 0);
-  const auto signatures = s.system.diskDriveSignatures();
-  VERIFY(signatures.has_value());
-  if (signatures) r.note(std::to_string(signatures->size()) + " signature(s)");
+  VERIFY(s.process.comInitialize().ok);
+  const SysResult<std::vector<std::uint32_t>> signatures = s.system.diskDriveSignatures();
+  VERIFY(signatures.ok);
+  if (signatures.ok) r.note(std::to_string(signatures.value.size()) + " signature(s)");
+  else r.note("error " + hexText(signatures.error));
   s.process.comUninitialize();
 }
 
 // --- The mount-point manager.
 
 inline void mountPointManagerOpensAndAnswersTheAutoMountQuery(Subject& s, Report& r) {
-  std::uint32_t error = 0;
-  DeviceHandle mgr = DeviceHandle::open(s.io, L"\\\\.\\MountPointManager", kReadWrite, kShareReadWrite,
-                                        DeviceIo::AttributeNormal, &error);
-  VERIFY(mgr.valid());
-  if (!mgr.valid()) {
-    r.note("open error " + std::to_string(error));
+  SysResult<DeviceHandle> opened =
+      DeviceHandle::open(s.io, L"\\\\.\\MountPointManager", kReadWrite, kShareReadWrite, DeviceIo::AttributeNormal);
+  VERIFY(opened.ok);
+  if (!opened.ok) {
+    r.note("open error " + std::to_string(opened.error));
     return;
   }
+  DeviceHandle& mgr = opened.value;
   std::uint32_t state = 0xAAAAAAAA;
-  const DeviceIo::ControlResult q = mgr.control(kQueryAutoMount, nullptr, 0, &state, sizeof(state));
+  const SysResult<std::uint32_t> q = mgr.control(kQueryAutoMount, nullptr, 0, &state, sizeof(state));
   r.note("query: ok " + std::to_string(q.ok) + ", error " + std::to_string(q.error) + ", returned " +
-         std::to_string(q.returned) + ", state " + std::to_string(state));
+         std::to_string(q.value) + ", state " + std::to_string(state));
   if (q.ok) {
-    VERIFY_EQ(q.returned, 4u);
+    VERIFY_EQ(q.value, 4u);
   } else {
     // Wine's mount manager does not know the request (error 50).
     VERIFY_EQ(q.error, syserr::NotSupported);
@@ -654,7 +711,7 @@ inline void mountPointManagerOpensAndAnswersTheAutoMountQuery(Subject& s, Report
   // Set what is already in effect (enabled when the query cannot tell), so a
   // real machine keeps its setting.
   const std::uint32_t keep = q.ok ? (state ? 1u : 0u) : 1u;
-  const DeviceIo::ControlResult set = mgr.control(kSetAutoMount, &keep, sizeof(keep));
+  const SysResult<std::uint32_t> set = mgr.control(kSetAutoMount, &keep, sizeof(keep));
   r.note("set " + std::to_string(keep) + ": ok " + std::to_string(set.ok) + ", error " + std::to_string(set.error));
   if (!q.ok) VERIFY_EQ(set.error, syserr::NotSupported);
   else VERIFY(set.ok);
@@ -674,22 +731,22 @@ inline bool haveDrive(Subject& s, Report& r) {
 
 inline void scratchDriveIsPresent(Subject& s, Report& r) {
   if (!haveDrive(s, r)) return;
-  VERIFY(s.volumes.logicalDrives() & driveBit(s));
-  VERIFY_EQ(s.volumes.driveType(driveRoot(s)), drivetype::Fixed);
+  VERIFY(s.volumes.logicalDrives().value & driveBit(s));
+  VERIFY_EQ(s.volumes.driveType(driveRoot(s)).value, drivetype::Fixed);
   VERIFY(s.volumes.volumeInformation(driveRoot(s)).ok);
 }
 
 inline void volumeLocksDismountsAndUnlocks(Subject& s, Report& r) {
   if (!haveDrive(s, r)) return;
-  std::uint32_t error = 99;
-  DeviceHandle volume = DeviceHandle::open(s.io, driveDevice(s), DeviceIo::GenericRead, kShareReadWrite,
-                                           DeviceIo::AttributeNormal, &error);
-  VERIFY(volume.valid());
-  VERIFY_EQ(error, 0u);
+  SysResult<DeviceHandle> opened =
+      DeviceHandle::open(s.io, driveDevice(s), DeviceIo::GenericRead, kShareReadWrite, DeviceIo::AttributeNormal);
+  VERIFY(opened.ok);
+  VERIFY_EQ(opened.error, 0u);
+  DeviceHandle& volume = opened.value;
   if (!volume.valid()) return;
-  const DeviceIo::ControlResult lock = volume.control(kLockVolume);
-  const DeviceIo::ControlResult dismount = volume.control(kDismountVolume);
-  const DeviceIo::ControlResult unlock = volume.control(kUnlockVolume);
+  const SysResult<std::uint32_t> lock = volume.control(kLockVolume);
+  const SysResult<std::uint32_t> dismount = volume.control(kDismountVolume);
+  const SysResult<std::uint32_t> unlock = volume.control(kUnlockVolume);
   r.note("lock " + std::to_string(lock.ok) + "/" + std::to_string(lock.error) + ", dismount " +
          std::to_string(dismount.ok) + "/" + std::to_string(dismount.error) + ", unlock " + std::to_string(unlock.ok) +
          "/" + std::to_string(unlock.error));
@@ -704,22 +761,23 @@ inline void volumeLocksDismountsAndUnlocks(Subject& s, Report& r) {
 inline void volumeAnswersThePartitionQueryOrRefusesIt(Subject& s, Report& r) {
   if (!haveDrive(s, r)) return;
   DeviceHandle volume =
-      DeviceHandle::open(s.io, driveDevice(s), DeviceIo::GenericRead, kShareReadWrite, DeviceIo::AttributeNormal);
+      DeviceHandle::open(s.io, driveDevice(s), DeviceIo::GenericRead, kShareReadWrite, DeviceIo::AttributeNormal).value;
   VERIFY(volume.valid());
   std::uint8_t info[32] = {};
-  const DeviceIo::ControlResult c = volume.control(kGetPartitionInfo, nullptr, 0, info, sizeof(info));
+  const SysResult<std::uint32_t> c = volume.control(kGetPartitionInfo, nullptr, 0, info, sizeof(info));
   // Wine has no partitions behind a mapped folder (50); on Windows a volume
   // answers with its PARTITION_INFORMATION, starting offset first.
-  if (c.ok) VERIFY_EQ(c.returned, 32u);
+  if (c.ok) VERIFY_EQ(c.value, 32u);
   else VERIFY_EQ(c.error, syserr::NotSupported);
 }
 
 inline void volumeFlushNeedsWriteAccess(Subject& s, Report& r) {
   if (!haveDrive(s, r)) return;
   DeviceHandle readOnly =
-      DeviceHandle::open(s.io, driveDevice(s), DeviceIo::GenericRead, kShareReadWrite, DeviceIo::AttributeNormal);
+      DeviceHandle::open(s.io, driveDevice(s), DeviceIo::GenericRead, kShareReadWrite, DeviceIo::AttributeNormal).value;
   const SysStatus refused = readOnly.flush();
-  DeviceHandle readWrite = DeviceHandle::open(s.io, driveDevice(s), kReadWrite, kShareReadWrite, DeviceIo::AttributeNormal);
+  DeviceHandle readWrite =
+      DeviceHandle::open(s.io, driveDevice(s), kReadWrite, kShareReadWrite, DeviceIo::AttributeNormal).value;
   VERIFY(readWrite.valid());
   const SysStatus flushed = readWrite.flush();
   r.note("read only " + std::to_string(refused.ok) + "/" + std::to_string(refused.error) + ", read and write " +
@@ -733,7 +791,7 @@ inline void volumeFlushNeedsWriteAccess(Subject& s, Report& r) {
 
 inline void volumeMountPointsAreNotMovedByWine(Subject& s, Report& r) {
   if (!haveDrive(s, r)) return;
-  const VolumeService::Text name = s.volumes.volumeNameForMountPoint(driveRoot(s), 260);
+  const SysResult<std::wstring> name = s.volumes.volumeNameForMountPoint(driveRoot(s), 260);
   VERIFY(name.ok);
   if (!name.ok) return;
   VERIFY_EQ(name.value.rfind(L"\\\\?\\Volume{", 0), std::size_t{0});
@@ -749,29 +807,29 @@ inline void volumeMountPointsAreNotMovedByWine(Subject& s, Report& r) {
   VERIFY_EQ(set.error, 120u);
   VERIFY(!del.ok);
   VERIFY_EQ(del.error, 120u);
-  VERIFY(s.volumes.logicalDrives() & driveBit(s));
-  VERIFY(!(s.volumes.logicalDrives() & (1u << (L'S' - L'A'))));
+  VERIFY(s.volumes.logicalDrives().value & driveBit(s));
+  VERIFY(!(s.volumes.logicalDrives().value & (1u << (L'S' - L'A'))));
 }
 
 inline void volumeMountPointMovesAndComesBack(Subject& s, Report& r) {
   if (!haveDrive(s, r)) return;
-  const VolumeService::Text name = s.volumes.volumeNameForMountPoint(driveRoot(s), 260);
+  const SysResult<std::wstring> name = s.volumes.volumeNameForMountPoint(driveRoot(s), 260);
   VERIFY(name.ok);
   if (!name.ok) return;
   VERIFY_EQ(name.value.back(), L'\\');
   const std::uint32_t sBit = 1u << (L'S' - L'A');
   VERIFY(s.volumes.deleteVolumeMountPoint(driveRoot(s)).ok);
-  VERIFY(!(s.volumes.logicalDrives() & driveBit(s)));
+  VERIFY(!(s.volumes.logicalDrives().value & driveBit(s)));
   VERIFY(s.volumes.setVolumeMountPoint(L"S:\\", name.value).ok);
-  VERIFY(s.volumes.logicalDrives() & sBit);
+  VERIFY(s.volumes.logicalDrives().value & sBit);
   VERIFY_EQ(s.volumes.volumeNameForMountPoint(L"S:\\", 260).value, name.value);
   // A letter that is taken refuses the volume (145); nothing mounted there: 2.
   VERIFY_EQ(s.volumes.setVolumeMountPoint(L"C:\\", name.value).error, 145u);
   VERIFY_EQ(s.volumes.deleteVolumeMountPoint(L"Q:\\").error, syserr::FileNotFound);
   VERIFY(s.volumes.deleteVolumeMountPoint(L"S:\\").ok);
   VERIFY(s.volumes.setVolumeMountPoint(driveRoot(s), name.value).ok);
-  VERIFY(s.volumes.logicalDrives() & driveBit(s));
-  VERIFY(!(s.volumes.logicalDrives() & sBit));
+  VERIFY(s.volumes.logicalDrives().value & driveBit(s));
+  VERIFY(!(s.volumes.logicalDrives().value & sBit));
 }
 
 inline void volumeLabelIsSetAndRemoved(Subject& s, Report& r) {
@@ -779,18 +837,19 @@ inline void volumeLabelIsSetAndRemoved(Subject& s, Report& r) {
   const std::wstring label = L"VMDCTL";
   const std::wstring labelFile = driveRoot(s) + L".windows-label";
   VERIFY(s.volumes.setVolumeLabel(driveRoot(s), &label).ok);
-  const VolumeService::VolumeInfo after = s.volumes.volumeInformation(driveRoot(s));
-  if (after.label != label) {
+  const SysResult<VolumeService::VolumeInfo> after = s.volumes.volumeInformation(driveRoot(s));
+  VERIFY(after.ok);
+  if (after.value.label != label) {
     // Wine keeps the label of a mapped folder in a file at its root, and
     // GetVolumeInformationW goes on answering the mount manager's label.
-    const std::optional<Bytes> kept = s.files.readHead(labelFile, 64);
-    VERIFY(kept.has_value());
-    if (kept) VERIFY_EQ(std::string(kept->begin(), kept->end()), std::string("VMDCTL\n"));
+    const SysResult<Bytes> kept = s.files.readHead(labelFile, 64);
+    VERIFY(kept.ok);
+    VERIFY_EQ(std::string(kept.value.begin(), kept.value.end()), std::string("VMDCTL\n"));
   }
   VERIFY(s.volumes.setVolumeLabel(driveRoot(s), nullptr).ok);
-  VERIFY_EQ(s.volumes.volumeInformation(driveRoot(s)).label, std::wstring());
-  const std::optional<Bytes> removed = s.files.readHead(labelFile, 64);
-  VERIFY(!removed.has_value() || removed->size() <= 1);
+  VERIFY_EQ(s.volumes.volumeInformation(driveRoot(s)).value.label, std::wstring());
+  const SysResult<Bytes> removed = s.files.readHead(labelFile, 64);
+  VERIFY(!removed.ok || removed.value.size() <= 1);
   const SysStatus missing = s.volumes.setVolumeLabel(L"Q:\\", &label);
   VERIFY(!missing.ok);
   VERIFY(missing.error != 0);
@@ -802,16 +861,19 @@ inline void volumeLabelIsSetAndRemoved(Subject& s, Report& r) {
 inline void broadcastOfAVolumeArrival(Subject& s, Report& r) {
   // DEV_BROADCAST_VOLUME for Q: (unit mask bit 16), 20 bytes with its padding.
   const Bytes record{20, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0};
-  const std::int32_t arrival = s.broadcast.broadcast(0x122, 0x219, 0x8000, record);
-  r.note("result " + std::to_string(arrival));
-  VERIFY(arrival > 0);
-  const std::int32_t removal = s.broadcast.broadcast(0x122, 0x219, 0x8004, record);
-  VERIFY(removal > 0);
-  // Flags the system does not know: Wine refuses with 0, Windows with -1;
-  // either way nothing counts it as a success.
-  const std::int32_t bad = s.broadcast.broadcast(0x80000000u | 0x122, 0x219, 0x8000, record);
-  r.note("unknown flags: result " + std::to_string(bad));
-  VERIFY(bad <= 0);
+  const SysResult<std::int32_t> arrival = s.broadcast.broadcast(0x122, 0x219, 0x8000, record);
+  r.note("result " + std::to_string(arrival.value));
+  VERIFY(arrival.ok);
+  VERIFY(arrival.value > 0);
+  const SysResult<std::int32_t> removal = s.broadcast.broadcast(0x122, 0x219, 0x8004, record);
+  VERIFY(removal.ok);
+  VERIFY(removal.value > 0);
+  // Flags the system does not know: Windows refuses with -1 (not ok), Wine
+  // answers 0, a broadcast that reached nobody; neither answers a success.
+  const SysResult<std::int32_t> bad = s.broadcast.broadcast(0x80000000u | 0x122, 0x219, 0x8000, record);
+  r.note("unknown flags: ok " + std::to_string(bad.ok) + ", result " + std::to_string(bad.value));
+  VERIFY(bad.value <= 0);
+  VERIFY(!bad.ok || bad.value == 0);
 }
 
 #undef VERIFY

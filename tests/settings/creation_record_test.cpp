@@ -21,17 +21,18 @@ using I = DiskSettingsRecord::Image;
 // A clock and a disk-signature list under the test's control.
 class FakeSystem : public SystemInfo, public Clock {
  public:
-  std::optional<Memory> memoryStatus() override { return std::nullopt; }
-  std::optional<std::wstring> windowsDirectory() override { return std::nullopt; }
+  SysResult<Memory> memoryStatus() override { return SysResult<Memory>::failure(31); }
+  SysResult<std::wstring> windowsDirectory() override { return SysResult<std::wstring>::failure(31); }
   SystemTime systemTime() override {
     ++timeReads;
     return time;
   }
   std::uint64_t systemTimeAsFileTime() override { return fileTime; }
   void sleep(std::uint32_t) override {}
-  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override {
+  SysResult<std::vector<std::uint32_t>> diskDriveSignatures() override {
     ++signatureQueries;
-    return signatures;
+    if (!signatures) return SysResult<std::vector<std::uint32_t>>::failure(0x80041001u);  // WBEM_E_FAILED
+    return SysResult<std::vector<std::uint32_t>>::success(*signatures);
   }
 
   std::uint64_t fileTime = 0x01DA'2B3C'4D5E'6F70ull;

@@ -105,17 +105,19 @@ TEST(BuildDescriptorBytes, NegativeLetterIsKeptAsItsSixteenBits) {
 
 class RecordingFiles : public FileService {
  public:
-  std::uint32_t attributes(const std::wstring&) override { return InvalidFileAttributes; }
-  Size fileSize(const std::wstring&) override { return {false, 2, 0}; }
-  std::optional<Bytes> readHead(const std::wstring&, std::uint32_t) override { return std::nullopt; }
-  std::uint32_t writeWhole(const std::wstring& path, const Bytes& data) override {
+  SysResult<std::uint32_t> attributes(const std::wstring&) override {
+    return SysResult<std::uint32_t>::failure(2, InvalidFileAttributes);
+  }
+  SysResult<std::uint64_t> fileSize(const std::wstring&) override { return SysResult<std::uint64_t>::failure(2); }
+  SysResult<Bytes> readHead(const std::wstring&, std::uint32_t) override { return SysResult<Bytes>::failure(2); }
+  SysStatus writeWhole(const std::wstring& path, const Bytes& data) override {
     writtenPath = path;
     written = data;
     return result;
   }
-  bool pathIsDirectory(const std::wstring&) override { return false; }
+  SysResult<bool> pathIsDirectory(const std::wstring&) override { return SysResult<bool>::success(false); }
 
-  std::uint32_t result = 0;
+  SysStatus result = SysStatus::success();
   std::wstring writtenPath;
   Bytes written;
 };
@@ -124,7 +126,7 @@ TEST(WriteDescriptorFile, WritesTheDescriptorToThePath) {
   RecordingFiles files;
   Bytes record = sampleRecord();
   const Bytes expected = descriptorOf(record, 3, L'S');
-  EXPECT_EQ(WriteDescriptorFile(files, L"C:\\d.vdd", record, descriptor::Magic, 3, L'S'), 0u);
+  EXPECT_TRUE(WriteDescriptorFile(files, L"C:\\d.vdd", record, descriptor::Magic, 3, L'S').ok);
   EXPECT_EQ(files.writtenPath, L"C:\\d.vdd");
   EXPECT_EQ(files.written, expected);
 }
@@ -132,11 +134,13 @@ TEST(WriteDescriptorFile, WritesTheDescriptorToThePath) {
 TEST(WriteDescriptorFile, PassesOnOpenAndWriteFailures) {
   RecordingFiles files;
   Bytes record = sampleRecord();
-  files.result = 110;
-  EXPECT_EQ(WriteDescriptorFile(files, L"C:\\d.vdd", record, descriptor::Magic, 3, L'S'), 110u);
+  files.result = SysStatus::failure(110);
+  const SysStatus notCreated = WriteDescriptorFile(files, L"C:\\d.vdd", record, descriptor::Magic, 3, L'S');
+  EXPECT_FALSE(notCreated.ok);
+  EXPECT_EQ(notCreated.error, 110u);
   Bytes again = sampleRecord();
-  files.result = 29;
-  EXPECT_EQ(WriteDescriptorFile(files, L"C:\\d.vdd", again, descriptor::Magic, 3, L'S'), 29u);
+  files.result = SysStatus::failure(29);
+  EXPECT_EQ(WriteDescriptorFile(files, L"C:\\d.vdd", again, descriptor::Magic, 3, L'S').error, 29u);
 }
 
 // ---- Reading ------------------------------------------------------------

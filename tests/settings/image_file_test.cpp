@@ -23,25 +23,26 @@ using test::SimApp;
 // Files held in memory; records what was asked of it.
 class MemoryFiles : public FileService {
  public:
-  std::uint32_t attributes(const std::wstring& path) override {
-    return files.count(path) ? 0x20 : InvalidFileAttributes;
+  SysResult<std::uint32_t> attributes(const std::wstring& path) override {
+    if (!files.count(path)) return SysResult<std::uint32_t>::failure(syserr::FileNotFound, InvalidFileAttributes);
+    return SysResult<std::uint32_t>::success(0x20);
   }
-  Size fileSize(const std::wstring& path) override {
+  SysResult<std::uint64_t> fileSize(const std::wstring& path) override {
     ++sizeQueries;
     auto it = lengths.find(path);
-    if (it == lengths.end()) return {false, syserr::FileNotFound, 0};
-    return {true, 0, it->second};
+    if (it == lengths.end()) return SysResult<std::uint64_t>::failure(syserr::FileNotFound);
+    return SysResult<std::uint64_t>::success(it->second);
   }
-  std::optional<Bytes> readHead(const std::wstring& path, std::uint32_t count) override {
+  SysResult<Bytes> readHead(const std::wstring& path, std::uint32_t count) override {
     counts.push_back(count);
     auto it = files.find(path);
-    if (it == files.end()) return std::nullopt;
+    if (it == files.end()) return SysResult<Bytes>::failure(syserr::FileNotFound);
     Bytes b = it->second;
     if (b.size() > count) b.resize(count);
-    return b;
+    return SysResult<Bytes>::success(std::move(b));
   }
-  std::uint32_t writeWhole(const std::wstring&, const Bytes&) override { return syserr::NotSupported; }
-  bool pathIsDirectory(const std::wstring&) override { return false; }
+  SysStatus writeWhole(const std::wstring&, const Bytes&) override { return SysStatus::failure(syserr::NotSupported); }
+  SysResult<bool> pathIsDirectory(const std::wstring&) override { return SysResult<bool>::success(false); }
 
   void add(const std::wstring& path, Bytes head, std::uint64_t length) {
     files[path] = std::move(head);

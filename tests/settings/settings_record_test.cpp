@@ -325,17 +325,17 @@ TEST(DiskSettingsRecordLayout, SectionsComeFromTheHeader) {
 class RecordingIo : public DeviceIo {
  public:
   explicit RecordingIo(DeviceIo& inner) : inner_(inner) {}
-  OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
-                  std::uint32_t flags) override {
+  SysResult<Handle> open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                         std::uint32_t disposition, std::uint32_t flags) override {
     return inner_.open(path, access, share, disposition, flags);
   }
-  ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                        std::uint32_t outSize) override {
+  SysResult<std::uint32_t> control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                                   std::uint32_t outSize) override {
     rooms.push_back(outSize);
     requests.emplace_back(static_cast<const std::uint8_t*>(in), static_cast<const std::uint8_t*>(in) + inSize);
     return inner_.control(h, code, in, inSize, out, outSize);
   }
-  Status flush(Handle h) override { return inner_.flush(h); }
+  SysStatus flush(Handle h) override { return inner_.flush(h); }
   void close(Handle h) override { inner_.close(h); }
 
   std::vector<std::uint32_t> rooms;

@@ -22,11 +22,11 @@ TEST(SimDiskLifecycle, CreatedDiskVolumeArrivesAfterTheDelayAtTheLetterMountedDe
   EXPECT_EQ(r.out, (std::vector<std::uint8_t>{12, 0, 0, 0, 12, 0, 0, 0, 0, 0, 0, 0}));
   rig.machine.sleep(1999);
   EXPECT_EQ(rig.volumeOf(0), nullptr);
-  EXPECT_EQ(rig.sim.volumes.logicalDrives() & (1u << ('K' - 'A')), 0u);
+  EXPECT_EQ(rig.sim.volumes.logicalDrives().value & (1u << ('K' - 'A')), 0u);
   rig.machine.sleep(1);
   ASSERT_NE(rig.volumeOf(0), nullptr);
   EXPECT_EQ(rig.volumeOf(0)->mountPoints, (std::vector<std::string>{"K:\\"}));
-  EXPECT_NE(rig.sim.volumes.logicalDrives() & (1u << ('K' - 'A')), 0u);
+  EXPECT_NE(rig.sim.volumes.logicalDrives().value & (1u << ('K' - 'A')), 0u);
 }
 
 TEST(SimDiskLifecycle, WithoutARememberedLetterTheFirstFreeFromCIsTakenAndRemembered) {
@@ -34,13 +34,12 @@ TEST(SimDiskLifecycle, WithoutARememberedLetterTheFirstFreeFromCIsTakenAndRememb
   ASSERT_TRUE(rig.controller(ioctl::CreateDisk, Rig::creation({{"signature", "0x00000042"}}), 12).ok);
   ASSERT_NE(rig.volumeOf(0), nullptr);
   EXPECT_EQ(rig.volumeOf(0)->mountPoints, (std::vector<std::string>{"D:\\"}));
-  Registry::Value v;
-  std::uint32_t error = 0;
-  auto key = rig.sim.registry.openForWrite(L"SYSTEM\\MountedDevices", error);
+  auto key = rig.sim.registry.openForWrite(L"SYSTEM\\MountedDevices").value;
   ASSERT_TRUE(key);
-  ASSERT_EQ(key->enumValue(0, 16, 12, v), 0u);
-  EXPECT_EQ(v.name, L"\\DosDevices\\D:");
-  EXPECT_EQ(v.data, (Bytes{0x42, 0, 0, 0, 0x00, 0x7e, 0, 0, 0, 0, 0, 0}));
+  const SysResult<Registry::Value> v = key->enumValue(0, 16, 12);
+  ASSERT_TRUE(v.ok);
+  EXPECT_EQ(v.value.name, L"\\DosDevices\\D:");
+  EXPECT_EQ(v.value.data, (Bytes{0x42, 0, 0, 0, 0x00, 0x7e, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST(SimDiskLifecycle, WithAutomaticMountingOffTheVolumeHasNoLetter) {
@@ -49,7 +48,7 @@ TEST(SimDiskLifecycle, WithAutomaticMountingOffTheVolumeHasNoLetter) {
   rig.machine.sleep(1500);
   ASSERT_NE(rig.volumeOf(0), nullptr);
   EXPECT_TRUE(rig.volumeOf(0)->mountPoints.empty());
-  EXPECT_EQ(rig.sim.volumes.logicalDrives(), 1u << ('C' - 'A'));
+  EXPECT_EQ(rig.sim.volumes.logicalDrives().value, 1u << ('C' - 'A'));
 }
 
 TEST(SimDiskLifecycle, MountManagerSwitchesAutomaticMounting) {
@@ -121,18 +120,19 @@ TEST(SimDiskLifecycle, RemovalWithTheSaveFlagWritesTheImageFile) {
                 {"size", 67108864},
                 {"settings", {{"imageFile", "C:\\img\\fast.img"}, {"imageFormat", 2}, {"compressionLevel", 5}}}}}}}}});
   ASSERT_TRUE(rig.controller(ioctl::RemoveDisk, Rig::removal(2, false, true), 0).ok);
-  const auto head = rig.sim.files.readHead(L"C:\\img\\fast.img", 512);
-  ASSERT_TRUE(head);
-  ASSERT_EQ(head->size(), 512u);
-  EXPECT_EQ((*head)[0], 0x11);  // the COMPR magic number, then level and disk size
-  EXPECT_EQ(le32(head->data() + 20), 5u);
-  EXPECT_EQ(le32(head->data() + 24), 67108864u);
+  const SysResult<Bytes> read = rig.sim.files.readHead(L"C:\\img\\fast.img", 512);
+  ASSERT_TRUE(read.ok);
+  const Bytes& head = read.value;
+  ASSERT_EQ(head.size(), 512u);
+  EXPECT_EQ(head[0], 0x11);  // the COMPR magic number, then level and disk size
+  EXPECT_EQ(le32(head.data() + 20), 5u);
+  EXPECT_EQ(le32(head.data() + 24), 67108864u);
 }
 
 TEST(SimDiskLifecycle, RemovalWithoutTheSaveFlagWritesNothing) {
   Rig rig(json{{"controller", {{"disks", {{{"index", 2}, {"settings", {{"imageFile", "C:\\img\\fast.img"}}}}}}}}});
   ASSERT_TRUE(rig.controller(ioctl::RemoveDisk, Rig::removal(2, false, false), 0).ok);
-  EXPECT_FALSE(rig.sim.files.readHead(L"C:\\img\\fast.img", 512));
+  EXPECT_FALSE(rig.sim.files.readHead(L"C:\\img\\fast.img", 512).ok);
 }
 
 TEST(SimDiskLifecycle, DiskWithAPagingFileRefusesRemovalEvenTheTest) {
@@ -177,7 +177,7 @@ TEST(SimDiskLifecycle, DirectIoLetterMovesThroughTheController) {
   Rig rig(json{{"controller", {{"disks", {{{"index", 3}, {"directIo", true}, {"letter", "S"}}}}}}});
   const std::vector<std::uint8_t> change = {16, 0, 0, 0, 16, 0, 0, 0, 0, 0, 3, 0, 'S', 0, 'U', 0};
   ASSERT_TRUE(rig.controller(ioctl::ChangeDiskLetter, change, 0).ok);
-  const std::uint32_t drives = rig.sim.volumes.logicalDrives();
+  const std::uint32_t drives = rig.sim.volumes.logicalDrives().value;
   EXPECT_EQ(drives & (1u << ('S' - 'A')), 0u);
   EXPECT_NE(drives & (1u << ('U' - 'A')), 0u);
   EXPECT_EQ(rig.controller(ioctl::QueryDiskInfo, Rig::head(3), 32).out[25], 'U');

@@ -1,5 +1,6 @@
 // The fault layer: a rule fails a call before the wrapped service sees it,
-// with the failure the interface describes, and every call is counted.
+// not ok with the rule's error in the call's own result, and every call is
+// counted.
 #include <gtest/gtest.h>
 
 #include "sim/fault_layer.h"
@@ -22,18 +23,27 @@ FaultRule rule(const char* api, std::optional<std::string> path = std::nullopt, 
 // A file service of its own: the layer wraps any implementation.
 class CountingFiles : public FileService {
  public:
-  std::uint32_t attributes(const std::wstring&) override { return ++calls, 0x20; }
-  Size fileSize(const std::wstring&) override { return ++calls, Size{true, 0, 42}; }
-  std::optional<Bytes> readHead(const std::wstring&, std::uint32_t count) override {
+  SysResult<std::uint32_t> attributes(const std::wstring&) override {
     ++calls;
-    return Bytes(count, 7);
+    return SysResult<std::uint32_t>::success(0x20);
   }
-  std::uint32_t writeWhole(const std::wstring&, const Bytes& data) override {
+  SysResult<std::uint64_t> fileSize(const std::wstring&) override {
+    ++calls;
+    return SysResult<std::uint64_t>::success(42);
+  }
+  SysResult<Bytes> readHead(const std::wstring&, std::uint32_t count) override {
+    ++calls;
+    return SysResult<Bytes>::success(Bytes(count, 7));
+  }
+  SysStatus writeWhole(const std::wstring&, const Bytes& data) override {
     ++calls;
     written = data;
-    return 0;
+    return SysStatus::success();
   }
-  bool pathIsDirectory(const std::wstring&) override { return ++calls, true; }
+  SysResult<bool> pathIsDirectory(const std::wstring&) override {
+    ++calls;
+    return SysResult<bool>::success(true);
+  }
   int calls = 0;
   Bytes written{1};
 };
@@ -42,24 +52,31 @@ TEST(FaultLayer, WrapsAnyImplementationAndCountsItsCalls) {
   CountingFiles files;
   RuleLog log({rule(calls::kReadFile, "C:\\a.img", 5)});
   FaultInjectingFiles wrapped(files, log);
-  EXPECT_FALSE(wrapped.readHead(L"C:\\a.img", 16).has_value());
+  const SysResult<Bytes> refused = wrapped.readHead(L"C:\\a.img", 16);
+  EXPECT_FALSE(refused.ok);
+  EXPECT_EQ(refused.error, 5u);
   EXPECT_EQ(files.calls, 0);
-  EXPECT_EQ(wrapped.readHead(L"C:\\b.img", 16)->size(), 16u);
+  EXPECT_EQ(wrapped.readHead(L"C:\\b.img", 16).value.size(), 16u);
   EXPECT_EQ(files.calls, 1);
   EXPECT_EQ(log.counts["api"]["ReadFile"], 2u);
 }
 
-TEST(FaultLayer, FileCallsFailInTheirOwnShape) {
+TEST(FaultLayer, FileCallsFailWithTheRulesError) {
   CountingFiles files;
   RuleLog log({rule(calls::kGetFileAttributesW), rule(calls::kGetFileSize, std::nullopt, 5),
                rule(calls::kCreateFileW, "C:\\new.img", 5)});
   FaultInjectingFiles wrapped(files, log);
-  EXPECT_EQ(wrapped.attributes(L"C:\\x"), InvalidFileAttributes);
-  EXPECT_FALSE(wrapped.pathIsDirectory(L"C:\\x"));  // asks what GetFileAttributesW asks
-  const FileService::Size size = wrapped.fileSize(L"C:\\x");
+  const SysResult<std::uint32_t> attributes = wrapped.attributes(L"C:\\x");
+  EXPECT_FALSE(attributes.ok);
+  EXPECT_EQ(attributes.error, 31u);
+  EXPECT_EQ(attributes.value, InvalidFileAttributes);
+  // pathIsDirectory asks what GetFileAttributesW asks.
+  EXPECT_EQ(wrapped.pathIsDirectory(L"C:\\x").error, 31u);
+  const SysResult<std::uint64_t> size = wrapped.fileSize(L"C:\\x");
   EXPECT_FALSE(size.ok);
   EXPECT_EQ(size.error, 5u);
-  EXPECT_EQ(wrapped.writeWhole(L"C:\\new.img", Bytes{1, 2}), syserr::OpenFailed);
+  // writeWhole answers its own two errors, whatever the rule's.
+  EXPECT_EQ(wrapped.writeWhole(L"C:\\new.img", Bytes{1, 2}).error, syserr::OpenFailed);
   EXPECT_EQ(files.calls, 0);
 }
 
@@ -67,63 +84,79 @@ TEST(FaultLayer, FailedWriteLeavesTheFileCreatedEmpty) {
   CountingFiles files;
   RuleLog log({rule(calls::kWriteFile)});
   FaultInjectingFiles wrapped(files, log);
-  EXPECT_EQ(wrapped.writeWhole(L"C:\\x.img", Bytes{1, 2, 3}), syserr::WriteFault);
+  EXPECT_EQ(wrapped.writeWhole(L"C:\\x.img", Bytes{1, 2, 3}).error, syserr::WriteFault);
   EXPECT_EQ(files.written, Bytes{});
 }
 
-TEST(FaultLayer, SimulatedCallsFailInTheirOwnShape) {
+TEST(FaultLayer, SimulatedCallsFailWithTheRulesError) {
   Rig rig(json::object({{"faults",
-            {{{"api", "GetLogicalDrives"}},
-             {{"api", "GetDriveTypeW"}},
+            {{{"api", "GetLogicalDrives"}, {"error", 6}},
+             {{"api", "GetDriveTypeW"}, {"error", 7}},
              {{"api", "GetVolumeInformationW"}, {"error", 21}},
              {{"api", "SetVolumeMountPointW"}, {"error", 5}},
-             {{"api", "RegQueryValueExW"}},
+             {{"api", "RegQueryValueExW"}, {"error", 9}},
              {{"api", "RegOpenKeyExW"}, {"error", 5}},
-             {{"api", "GlobalMemoryStatusEx"}},
-             {{"api", "WmiQuery"}},
-             {{"api", "BroadcastSystemMessageW"}},
+             {{"api", "GlobalMemoryStatusEx"}, {"error", 10}},
+             {{"api", "WmiQuery"}, {"error", 11}},
+             {{"api", "BroadcastSystemMessageW"}, {"error", 12}},
              {{"api", "CoInitialize"}, {"error", 5}},
              {{"api", "CreateMutexW"}, {"error", 5}},
-             {{"api", "SetupDiGetClassDevsW"}}}}}));
+             {{"api", "SetupDiGetClassDevsW"}, {"error", 13}},
+             {{"api", "InitFramework"}, {"error", 14}},
+             {{"api", "GetTokenInformation"}, {"error", 15}},
+             {{"api", "GetSystemWindowsDirectoryW"}, {"error", 16}}}}}));
   SimPlatform& sim = rig.sim;
-  EXPECT_EQ(sim.volumes.logicalDrives(), 0u);
-  EXPECT_EQ(sim.volumes.driveType(L"C:\\"), drivetype::Unknown);
-  const VolumeService::VolumeInfo info = sim.volumes.volumeInformation(L"C:\\");
+  const SysResult<std::uint32_t> drives = sim.volumes.logicalDrives();
+  EXPECT_FALSE(drives.ok);
+  EXPECT_EQ(drives.error, 6u);
+  const SysResult<std::uint32_t> type = sim.volumes.driveType(L"C:\\");
+  EXPECT_FALSE(type.ok);
+  EXPECT_EQ(type.error, 7u);
+  EXPECT_EQ(type.value, drivetype::Unknown);
+  const SysResult<VolumeService::VolumeInfo> info = sim.volumes.volumeInformation(L"C:\\");
   EXPECT_FALSE(info.ok);
   EXPECT_EQ(info.error, 21u);
   EXPECT_EQ(sim.volumes.setVolumeMountPoint(L"M:\\", L"\\\\?\\Volume{x}\\").error, 5u);
-  EXPECT_FALSE(sim.registry.readDword(L"SYSTEM\\MountedDevices", L"x").has_value());
-  std::uint32_t error = 0;
-  EXPECT_EQ(sim.registry.openForWrite(L"SYSTEM\\MountedDevices", error), nullptr);
-  EXPECT_EQ(error, 5u);
-  EXPECT_FALSE(sim.system.memoryStatus().has_value());
-  EXPECT_FALSE(sim.system.diskDriveSignatures().has_value());
-  EXPECT_EQ(sim.broadcast.broadcast(0x122, 0x219, 0x8000, Bytes(12)), -1);
-  EXPECT_EQ(static_cast<std::uint32_t>(sim.process.comInitialize()), 0x80070005u);
-  const ProcessEnvironment::MutexResult mutex = sim.process.createInstanceMutex(L"m");
-  EXPECT_FALSE(mutex.created);
-  EXPECT_EQ(mutex.error, 5u);
-  EXPECT_FALSE(sim.setup.presentInterfaces(kControllerInterface, DeviceSetup::Scope::All).has_value());
+  EXPECT_EQ(sim.registry.readDword(L"SYSTEM\\MountedDevices", L"x").error, 9u);
+  const SysResult<std::unique_ptr<Registry::Key>> key = sim.registry.openForWrite(L"SYSTEM\\MountedDevices");
+  EXPECT_FALSE(key.ok);
+  EXPECT_EQ(key.error, 5u);
+  EXPECT_EQ(key.value, nullptr);
+  EXPECT_EQ(sim.system.memoryStatus().error, 10u);
+  EXPECT_EQ(sim.system.diskDriveSignatures().error, 11u);
+  const SysResult<std::int32_t> broadcast = sim.broadcast.broadcast(0x122, 0x219, 0x8000, Bytes(12));
+  EXPECT_FALSE(broadcast.ok);
+  EXPECT_EQ(broadcast.error, 12u);
+  EXPECT_EQ(broadcast.value, -1);
+  const SysStatus com = sim.process.comInitialize();
+  EXPECT_FALSE(com.ok);
+  EXPECT_EQ(com.error, 0x80070005u);  // the HRESULT of the system error
+  EXPECT_EQ(sim.process.createInstanceMutex(L"m").error, 5u);
+  EXPECT_EQ(sim.setup.presentInterfaces(kControllerInterface, DeviceSetup::Scope::All).error, 13u);
+  EXPECT_EQ(sim.process.initFramework().error, 14u);
+  EXPECT_EQ(sim.process.tokenHasAdministrators().error, 15u);
+  EXPECT_EQ(sim.system.windowsDirectory().error, 16u);
   EXPECT_EQ(rig.machine.stats["api"]["GetLogicalDrives"], 1);
   // What was not failed is still answered.
   EXPECT_TRUE(sim.volumes.diskFreeSpaceEx(L"C:\\").ok);
 }
 
-TEST(FaultLayer, DeviceCallsFailInTheirOwnShape) {
+TEST(FaultLayer, DeviceCallsFailWithTheRulesError) {
   Rig rig(json::object({{"faults",
             {{{"api", "CreateFileW"}, {"path", "\\\\.\\D:"}, {"error", 5}},
              {{"api", "FlushFileBuffers"}, {"error", 29}},
              {{"api", "DeviceIoControl"}, {"code", "FSCTL_LOCK_VOLUME"}, {"error", 0}}}}}));
-  const DeviceIo::OpenResult refused = rig.sim.io.open(L"\\\\.\\D:", 0xC0000000u, 3, 3, 0);
-  EXPECT_EQ(refused.handle, DeviceIo::Invalid);
+  const SysResult<DeviceIo::Handle> refused = rig.sim.io.open(L"\\\\.\\D:", 0xC0000000u, 3, 3, 0);
+  EXPECT_FALSE(refused.ok);
+  EXPECT_EQ(refused.value, DeviceIo::Invalid);
   EXPECT_EQ(refused.error, 5u);
-  const DeviceIo::OpenResult c = rig.sim.io.open(L"\\\\.\\C:", 0xC0000000u, 3, 3, 0);
-  ASSERT_NE(c.handle, DeviceIo::Invalid);
-  const DeviceIo::ControlResult lock = rig.sim.io.control(c.handle, ioctl::FsctlLockVolume, nullptr, 0, nullptr, 0);
+  const SysResult<DeviceIo::Handle> c = rig.sim.io.open(L"\\\\.\\C:", 0xC0000000u, 3, 3, 0);
+  ASSERT_TRUE(c.ok);
+  const SysResult<std::uint32_t> lock = rig.sim.io.control(c.value, ioctl::FsctlLockVolume, nullptr, 0, nullptr, 0);
   EXPECT_FALSE(lock.ok);  // failed, with error 0
   EXPECT_EQ(lock.error, 0u);
-  EXPECT_EQ(rig.sim.io.flush(c.handle).error, 29u);
-  rig.sim.io.close(c.handle);
+  EXPECT_EQ(rig.sim.io.flush(c.value).error, 29u);
+  rig.sim.io.close(c.value);
   EXPECT_EQ(rig.sim.io.openHandles(), 0u);
   EXPECT_EQ(rig.machine.stats["opens"]["\\\\.\\D:"], 1);
   EXPECT_EQ(rig.machine.stats["closes"]["\\\\.\\C:"], 1);
@@ -132,13 +165,12 @@ TEST(FaultLayer, DeviceCallsFailInTheirOwnShape) {
 
 TEST(FaultLayer, RegistryKeyCallsAreMatchedByKeyAndValue) {
   Rig rig(json::object({{"faults", {{{"api", "RegDeleteValueW"}, {"path", "system\\mounteddevices\\\\DosDevices\\K:"}, {"error", 5}}}}}));
-  std::uint32_t error = 1;
-  std::unique_ptr<Registry::Key> key = rig.sim.registry.openForWrite(L"SYSTEM\\MountedDevices", error);
+  std::unique_ptr<Registry::Key> key = rig.sim.registry.openForWrite(L"SYSTEM\\MountedDevices").value;
   ASSERT_NE(key, nullptr);
-  EXPECT_EQ(key->setBinary(L"\\DosDevices\\K:", Bytes(12)), 0u);
-  EXPECT_EQ(key->deleteValue(L"\\DosDevices\\K:"), 5u);
-  EXPECT_EQ(key->setBinary(L"\\DosDevices\\L:", Bytes(12)), 0u);
-  EXPECT_EQ(key->deleteValue(L"\\DosDevices\\L:"), 0u);
+  EXPECT_TRUE(key->setBinary(L"\\DosDevices\\K:", Bytes(12)).ok);
+  EXPECT_EQ(key->deleteValue(L"\\DosDevices\\K:").error, 5u);
+  EXPECT_TRUE(key->setBinary(L"\\DosDevices\\L:", Bytes(12)).ok);
+  EXPECT_TRUE(key->deleteValue(L"\\DosDevices\\L:").ok);
 }
 
 TEST(FaultLayer, NthCountsEachRuleOnItsOwn) {
@@ -147,11 +179,11 @@ TEST(FaultLayer, NthCountsEachRuleOnItsOwn) {
   log.rules[0].nth = 2;
   log.rules[1].nth = 1;
   FaultInjectingFiles wrapped(files, log);
-  EXPECT_TRUE(wrapped.readHead(L"C:\\a", 1).has_value());   // a: 1st
-  EXPECT_FALSE(wrapped.readHead(L"C:\\b", 1).has_value());  // b: 1st, fails
-  EXPECT_FALSE(wrapped.readHead(L"C:\\a", 1).has_value());  // a: 2nd, fails
-  EXPECT_TRUE(wrapped.readHead(L"C:\\a", 1).has_value());   // a: 3rd
-  EXPECT_TRUE(wrapped.readHead(L"C:\\b", 1).has_value());   // b: 2nd
+  EXPECT_TRUE(wrapped.readHead(L"C:\\a", 1).ok);           // a: 1st
+  EXPECT_EQ(wrapped.readHead(L"C:\\b", 1).error, 6u);      // b: 1st, fails
+  EXPECT_EQ(wrapped.readHead(L"C:\\a", 1).error, 5u);      // a: 2nd, fails
+  EXPECT_TRUE(wrapped.readHead(L"C:\\a", 1).ok);           // a: 3rd
+  EXPECT_TRUE(wrapped.readHead(L"C:\\b", 1).ok);           // b: 2nd
 }
 
 TEST(FaultLayer, NthCountsOnlyTheCallsTheRuleMatches) {
@@ -203,7 +235,7 @@ TEST(FaultLayer, OldFailureFlagsBecomeRules) {
 
 TEST(FaultLayer, ComFlagFailsWithTheHresultItAlwaysHad) {
   Rig rig(json::parse(R"({"schema": 1, "host": {"comFails": true}})"));
-  EXPECT_EQ(static_cast<std::uint32_t>(rig.sim.process.comInitialize()), 0x80004005u);
+  EXPECT_EQ(rig.sim.process.comInitialize().error, 0x80004005u);
 }
 
 std::string loadError(const json& state) {

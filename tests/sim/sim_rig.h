@@ -33,18 +33,18 @@ struct Rig {
   // One request on a device opened afresh, as the program sends it.
   Result request(const std::wstring& path, std::uint32_t code, const std::vector<std::uint8_t>& in,
                  std::uint32_t outSize) {
-    const DeviceIo::OpenResult h = sim.io.open(path, 0xC0000000u, 3, 3, 0);
-    if (h.handle == DeviceIo::Invalid) return {false, h.error, {}};
-    Result r = send(h.handle, code, in, outSize);
-    sim.io.close(h.handle);
+    const SysResult<DeviceIo::Handle> h = sim.io.open(path, 0xC0000000u, 3, 3, 0);
+    if (!h.ok) return {false, h.error, {}};
+    Result r = send(h.value, code, in, outSize);
+    sim.io.close(h.value);
     return r;
   }
   Result send(DeviceIo::Handle h, std::uint32_t code, const std::vector<std::uint8_t>& in, std::uint32_t outSize) {
     std::vector<std::uint8_t> out(outSize, 0);
-    const DeviceIo::ControlResult c =
+    const SysResult<std::uint32_t> c =
         sim.io.control(h, code, in.empty() ? nullptr : in.data(), static_cast<std::uint32_t>(in.size()),
                        out.empty() ? nullptr : out.data(), outSize);
-    out.resize(c.returned);
+    out.resize(c.value);
     return {c.ok, c.error, out};
   }
   Result controller(std::uint32_t code, const std::vector<std::uint8_t>& in, std::uint32_t outSize) {

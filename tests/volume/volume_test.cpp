@@ -26,20 +26,20 @@ using test::SimApp;
 class RecordingIo : public DeviceIo {
  public:
   explicit RecordingIo(DeviceIo& inner) : inner_(inner) {}
-  OpenResult open(const std::wstring& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition,
-                  std::uint32_t flags) override {
-    const OpenResult r = inner_.open(path, access, share, disposition, flags);
-    if (r.handle != Invalid) paths_[r.handle] = toUtf8(path);
-    log.push_back("open " + toUtf8(path) + (r.handle == Invalid ? " failed" : ""));
+  SysResult<Handle> open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                         std::uint32_t disposition, std::uint32_t flags) override {
+    const SysResult<Handle> r = inner_.open(path, access, share, disposition, flags);
+    if (r.ok) paths_[r.value] = toUtf8(path);
+    log.push_back("open " + toUtf8(path) + (r.ok ? "" : " failed"));
     return r;
   }
-  ControlResult control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
-                        std::uint32_t outSize) override {
-    const ControlResult r = inner_.control(h, code, in, inSize, out, outSize);
+  SysResult<std::uint32_t> control(Handle h, std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
+                                   std::uint32_t outSize) override {
+    const SysResult<std::uint32_t> r = inner_.control(h, code, in, inSize, out, outSize);
     log.push_back(sim::codeName(code) + " " + paths_[h] + (r.ok ? "" : " failed " + std::to_string(r.error)));
     return r;
   }
-  Status flush(Handle h) override { return inner_.flush(h); }
+  SysStatus flush(Handle h) override { return inner_.flush(h); }
   void close(Handle h) override {
     log.push_back("close " + paths_[h]);
     inner_.close(h);
@@ -211,7 +211,7 @@ TEST(CreateAndMountDisk, AandBAreNeverCountedAsFree) {
   state["drives"] = json::array();
   for (char c = 'C'; c <= 'Z'; ++c) state["drives"].push_back({{"letter", std::string(1, c)}, {"type", "fixed"}});
   World w(state);
-  EXPECT_EQ(w.sim.platform.volumes.logicalDrives() & 3u, 0u);  // A: and B: are free
+  EXPECT_EQ(w.sim.platform.volumes.logicalDrives().value & 3u, 0u);  // A: and B: are free
   const Bytes rec = w.record(64, L'R');
   EXPECT_EQ(w.create(rec).mountStatus, mountstatus::NoFreeLetter);
 }
@@ -358,9 +358,11 @@ TEST(BroadcastVolumeChange, SendsTheVolumeRecordOfTheLetter) {
   EXPECT_EQ(get16(r, 16), 0);
 }
 
-TEST(BroadcastVolumeChange, AFailedBroadcastIsNegative) {
-  World w(json{{"faults", {{{"api", "BroadcastSystemMessageW"}}}}});
-  EXPECT_LT(BroadcastVolumeChange(w.ctx, dbt::DeviceArrival, L'R'), 0);
+TEST(BroadcastVolumeChange, AFailedBroadcastIsNotOkWithItsError) {
+  World w(json{{"faults", {{{"api", "BroadcastSystemMessageW"}, {"error", 1460}}}}});
+  const SysStatus sent = BroadcastVolumeChange(w.ctx, dbt::DeviceArrival, L'R');
+  EXPECT_FALSE(sent.ok);
+  EXPECT_EQ(sent.error, 1460u);
 }
 
 // --- the mounted-devices database

@@ -79,7 +79,7 @@ int wmain(int argc, wchar_t** argv) {
   // (VMDCTL_CONTRACT_DRIVE, e.g. "T"); 0 when there is none.
   wchar_t drive = 0;
   if (const wchar_t* d = _wgetenv(L"VMDCTL_CONTRACT_DRIVE"); d && d[0] >= L'A' && d[0] <= L'Z') drive = d[0];
-  Win32Fixture fixture(system->windowsDirectory().value_or(L"C:\\windows") + L"\\temp", drive);
+  Win32Fixture fixture(system->windowsDirectory().valueOr(L"C:\\windows") + L"\\temp", drive);
   contract::Subject subject{Side::Wine, *catalog, *process, *setup,     *io,        *volumes,
                             *files,     *registry, *system, *clock,    *broadcast, fixture};
 

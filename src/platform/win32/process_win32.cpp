@@ -10,45 +10,55 @@ namespace vmd::win32 {
 
 namespace {
 
+std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
+
 class Win32Process : public ProcessEnvironment {
  public:
   // Nothing of ours needs preparing before the resources can be read; the
   // module and the command line are the framework's inputs and are always there.
-  bool initFramework() override {
-    return ::GetModuleHandleW(nullptr) != nullptr && ::GetCommandLineW() != nullptr;
+  SysStatus initFramework() override {
+    if (::GetModuleHandleW(nullptr) == nullptr || ::GetCommandLineW() == nullptr)
+      return SysStatus::failure(lastError());
+    return SysStatus::success();
   }
 
   // The handle is kept as long as this service, which is until the program
   // ends: owning the mutex is the guard.
-  MutexResult createInstanceMutex(const std::wstring& name) override {
+  SysResult<bool> createInstanceMutex(const std::wstring& name) override {
     KernelHandle mutex(::CreateMutexW(nullptr, TRUE, name.c_str()));
     const DWORD error = ::GetLastError();
-    const bool created = mutex.valid();
-    if (created) mutexes_.push_back(std::move(mutex));
-    return {created, error};
+    if (!mutex.valid()) return SysResult<bool>::failure(error);
+    mutexes_.push_back(std::move(mutex));
+    return SysResult<bool>::success(error == ERROR_ALREADY_EXISTS);
   }
 
   // Membership alone counts: a group present only for deny still matches.
-  bool tokenHasAdministrators() override {
+  SysResult<bool> tokenHasAdministrators() override {
     SID_IDENTIFIER_AUTHORITY ntAuthority = SECURITY_NT_AUTHORITY;
     Sid administrators;
     if (!::AllocateAndInitializeSid(&ntAuthority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0,
                                     0, 0, 0, administrators.receive()))
-      return false;
+      return SysResult<bool>::failure(lastError());
     KernelHandle token;
-    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive())) return false;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive()))
+      return SysResult<bool>::failure(lastError());
     DWORD size = 0;
     ::GetTokenInformation(token.get(), TokenGroups, nullptr, 0, &size);
-    if (size == 0) return false;
+    if (size == 0) return SysResult<bool>::failure(lastError());
     std::vector<std::uint64_t> buffer((size + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t));
-    if (!::GetTokenInformation(token.get(), TokenGroups, buffer.data(), size, &size)) return false;
+    if (!::GetTokenInformation(token.get(), TokenGroups, buffer.data(), size, &size))
+      return SysResult<bool>::failure(lastError());
     const auto* groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
     for (DWORD i = 0; i < groups->GroupCount; ++i)
-      if (::EqualSid(groups->Groups[i].Sid, administrators.get())) return true;
-    return false;
+      if (::EqualSid(groups->Groups[i].Sid, administrators.get())) return SysResult<bool>::success(true);
+    return SysResult<bool>::success(false);
   }
 
-  std::int32_t comInitialize() override { return static_cast<std::int32_t>(::CoInitialize(nullptr)); }
+  SysStatus comInitialize() override {
+    const HRESULT hr = ::CoInitialize(nullptr);
+    if (FAILED(hr)) return SysStatus::failure(static_cast<std::uint32_t>(hr));
+    return SysStatus::success();
+  }
   void comUninitialize() override { ::CoUninitialize(); }
 
  private:

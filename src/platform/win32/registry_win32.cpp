@@ -9,32 +9,36 @@ namespace vmd::win32 {
 
 namespace {
 
+SysStatus status(LSTATUS rc) {
+  return rc == ERROR_SUCCESS ? SysStatus::success() : SysStatus::failure(static_cast<std::uint32_t>(rc));
+}
+
 class Win32Key : public Registry::Key {
  public:
   explicit Win32Key(RegKey key) : key_(std::move(key)) {}
 
-  std::uint32_t enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes,
-                          Registry::Value& out) override {
+  SysResult<Registry::Value> enumValue(std::uint32_t index, std::uint32_t nameChars, std::uint32_t dataBytes) override {
     std::vector<wchar_t> name(nameChars ? nameChars : 1, L'\0');
     Bytes data(dataBytes);
     DWORD nameLength = nameChars, dataLength = dataBytes, type = 0;
     const LSTATUS rc = ::RegEnumValueW(key_.get(), index, name.data(), &nameLength, nullptr, &type,
                                        dataBytes ? data.data() : nullptr, &dataLength);
-    if (rc != ERROR_SUCCESS) return static_cast<std::uint32_t>(rc);
-    out.name.assign(name.data(), nameLength);
-    out.type = type;
+    if (rc != ERROR_SUCCESS) return SysResult<Registry::Value>::failure(static_cast<std::uint32_t>(rc));
+    Registry::Value value;
+    value.name.assign(name.data(), nameLength);
+    value.type = type;
     data.resize(std::min<std::size_t>(dataLength, data.size()));
-    out.data = std::move(data);
-    return 0;
+    value.data = std::move(data);
+    return SysResult<Registry::Value>::success(std::move(value));
   }
 
-  std::uint32_t deleteValue(const std::wstring& name) override {
-    return static_cast<std::uint32_t>(::RegDeleteValueW(key_.get(), name.c_str()));
+  SysStatus deleteValue(const std::wstring& name) override {
+    return status(::RegDeleteValueW(key_.get(), name.c_str()));
   }
 
-  std::uint32_t setBinary(const std::wstring& name, const Bytes& data) override {
-    return static_cast<std::uint32_t>(::RegSetValueExW(key_.get(), name.c_str(), 0, REG_BINARY, data.data(),
-                                                       static_cast<DWORD>(data.size())));
+  SysStatus setBinary(const std::wstring& name, const Bytes& data) override {
+    return status(
+        ::RegSetValueExW(key_.get(), name.c_str(), 0, REG_BINARY, data.data(), static_cast<DWORD>(data.size())));
   }
 
  private:
@@ -43,24 +47,23 @@ class Win32Key : public Registry::Key {
 
 class Win32Registry : public Registry {
  public:
-  std::optional<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override {
+  SysResult<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override {
     RegKey opened;
-    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive()) != ERROR_SUCCESS)
-      return std::nullopt;
+    const LSTATUS open = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive());
+    if (open != ERROR_SUCCESS) return SysResult<std::uint32_t>::failure(static_cast<std::uint32_t>(open));
     DWORD data = 0, size = sizeof(data), type = 0;
-    if (::RegQueryValueExW(opened.get(), value.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&data), &size) !=
-            ERROR_SUCCESS ||
-        size != sizeof(data))
-      return std::nullopt;
-    return data;
+    const LSTATUS read =
+        ::RegQueryValueExW(opened.get(), value.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&data), &size);
+    if (read != ERROR_SUCCESS) return SysResult<std::uint32_t>::failure(static_cast<std::uint32_t>(read));
+    if (size != sizeof(data)) return SysResult<std::uint32_t>::failure(ERROR_INVALID_DATA);
+    return SysResult<std::uint32_t>::success(data);
   }
 
-  std::unique_ptr<Key> openForWrite(const std::wstring& key, std::uint32_t& error) override {
+  SysResult<std::unique_ptr<Key>> openForWrite(const std::wstring& key) override {
     RegKey opened;
     const LSTATUS rc = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ | KEY_WRITE, opened.receive());
-    error = static_cast<std::uint32_t>(rc);
-    if (rc != ERROR_SUCCESS) return nullptr;
-    return std::make_unique<Win32Key>(std::move(opened));
+    if (rc != ERROR_SUCCESS) return SysResult<std::unique_ptr<Key>>::failure(static_cast<std::uint32_t>(rc));
+    return SysResult<std::unique_ptr<Key>>::success(std::make_unique<Win32Key>(std::move(opened)));
   }
 };
 

@@ -57,12 +57,13 @@ class DetailBuffer {
 
 class Win32Setup : public DeviceSetup {
  public:
-  std::optional<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override {
+  SysResult<std::vector<Interface>> presentInterfaces(const InterfaceClass& cls, Scope scope) override {
+    using Found = SysResult<std::vector<Interface>>;
     const GUID guid = toGuid(cls);
     DevInfoSet set(::SetupDiGetClassDevsW(&guid, nullptr, nullptr, kPresentProfileInterfaces));
-    if (!set) return std::nullopt;
+    if (!set) return Found::failure(static_cast<std::uint32_t>(::GetLastError()));
     DetailBuffer detail;
-    if (!detail.allocate(kFirstDetailSize)) return std::nullopt;
+    if (!detail.allocate(kFirstDetailSize)) return Found::failure(ERROR_NOT_ENOUGH_MEMORY);
 
     std::vector<Interface> found;
     for (DWORD index = 0;; ++index) {
@@ -75,13 +76,13 @@ class Win32Setup : public DeviceSetup {
       BOOL ok = ::SetupDiGetDeviceInterfaceDetailW(set.get(), &data, detail.record(), detail.size(), &required, &device);
       if (!ok && ::GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
         // One retry with the size the system asked for; it stays for later interfaces.
-        if (!detail.allocate(required)) return std::nullopt;
+        if (!detail.allocate(required)) return Found::failure(ERROR_NOT_ENOUGH_MEMORY);
         ok = ::SetupDiGetDeviceInterfaceDetailW(set.get(), &data, detail.record(), detail.size(), &required, &device);
       }
       if (ok) found.push_back({index, detail.path()});
       if (scope == Scope::FirstOnly) break;
     }
-    return found;
+    return Found::success(std::move(found));
   }
 };
 

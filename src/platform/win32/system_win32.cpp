@@ -40,45 +40,55 @@ class Variant {
   VARIANT v_;
 };
 
+std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
+
 class Win32System : public SystemInfo {
  public:
-  std::optional<Memory> memoryStatus() override {
+  SysResult<Memory> memoryStatus() override {
     MEMORYSTATUSEX status{};
     status.dwLength = kMemoryStatusSize;
-    if (!::GlobalMemoryStatusEx(&status)) return std::nullopt;
-    return Memory{status.ullTotalPhys, status.ullAvailPhys};
+    if (!::GlobalMemoryStatusEx(&status)) return SysResult<Memory>::failure(lastError());
+    return SysResult<Memory>::success({status.ullTotalPhys, status.ullAvailPhys});
   }
 
-  std::optional<std::wstring> windowsDirectory() override {
+  SysResult<std::wstring> windowsDirectory() override {
     std::vector<wchar_t> buffer(MAX_PATH + 1);
     UINT length = ::GetSystemWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
     if (length >= buffer.size()) {  // too small: the answer is the size needed
       buffer.resize(length + 1);
       length = ::GetSystemWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
     }
-    if (length == 0 || length >= buffer.size()) return std::nullopt;
-    return std::wstring(buffer.data(), length);
+    if (length == 0) return SysResult<std::wstring>::failure(lastError());
+    if (length >= buffer.size()) return SysResult<std::wstring>::failure(ERROR_INSUFFICIENT_BUFFER);
+    return SysResult<std::wstring>::success(std::wstring(buffer.data(), length));
   }
 
-  std::optional<std::vector<std::uint32_t>> diskDriveSignatures() override {
+  SysResult<std::vector<std::uint32_t>> diskDriveSignatures() override {
+    using Signatures = SysResult<std::vector<std::uint32_t>>;
+    auto failed = [](HRESULT hr) { return Signatures::failure(static_cast<std::uint32_t>(hr)); };
     ComRef<IWbemLocator> locator;
-    if (FAILED(::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                                  locator.receiveVoid())))
-      return std::nullopt;
+    if (const HRESULT hr = ::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
+                                              locator.receiveVoid());
+        FAILED(hr))
+      return failed(hr);
     ComRef<IWbemServices> services;
     Bstr ns(L"root\\cimv2");
-    if (!ns || FAILED(locator->ConnectServer(ns.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
-                                             services.receive())))
-      return std::nullopt;
+    if (!ns) return failed(E_OUTOFMEMORY);
+    if (const HRESULT hr = locator->ConnectServer(ns.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                                  services.receive());
+        FAILED(hr))
+      return failed(hr);
     // Without impersonation the provider may refuse to answer for the disks.
     ::CoSetProxyBlanket(services.get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
                         RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
     ComRef<IEnumWbemClassObject> rows;
     Bstr language(L"WQL"), query(L"SELECT * FROM Win32_DiskDrive");
-    if (!language || !query ||
-        FAILED(services->ExecQuery(language.get(), query.get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
-                                   nullptr, rows.receive())))
-      return std::nullopt;
+    if (!language || !query) return failed(E_OUTOFMEMORY);
+    if (const HRESULT hr = services->ExecQuery(language.get(), query.get(),
+                                               WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr,
+                                               rows.receive());
+        FAILED(hr))
+      return failed(hr);
     std::vector<std::uint32_t> signatures;
     for (;;) {
       ComRef<IWbemClassObject> row;
@@ -90,7 +100,7 @@ class Win32System : public SystemInfo {
       if (v.vt == VT_I4) signatures.push_back(static_cast<std::uint32_t>(v.lVal));
       else if (v.vt == VT_UI4) signatures.push_back(v.ulVal);
     }
-    return signatures;
+    return Signatures::success(std::move(signatures));
   }
 };
 
@@ -118,11 +128,13 @@ class Win32Clock : public Clock {
 
 class Win32Broadcast : public DeviceBroadcast {
  public:
-  std::int32_t broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, const Bytes& record) override {
+  SysResult<std::int32_t> broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
+                                    const Bytes& record) override {
     DWORD recipients = BSM_ALLCOMPONENTS;
     const long r = ::BroadcastSystemMessageW(flags, &recipients, message, static_cast<WPARAM>(wParam),
-                                     reinterpret_cast<LPARAM>(record.data()));
-    return r < 0 ? -1 : static_cast<std::int32_t>(r);
+                                             reinterpret_cast<LPARAM>(record.data()));
+    if (r < 0) return SysResult<std::int32_t>::failure(static_cast<std::uint32_t>(::GetLastError()), -1);
+    return SysResult<std::int32_t>::success(static_cast<std::int32_t>(r));
   }
 
 };

@@ -1,5 +1,6 @@
 // Volumes, mount points and drive letters.
 #include <algorithm>
+#include <new>
 #include <vector>
 
 #include "platform/win32/win32.h"
@@ -14,51 +15,60 @@ constexpr DWORD kFileSystemChars = 25;
 
 std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
 
-SysStatus status(BOOL ok) { return {ok != FALSE, ok ? 0 : lastError()}; }
+SysStatus status(BOOL ok) { return ok ? SysStatus::success() : SysStatus::failure(lastError()); }
 
 class Win32Volumes : public VolumeService {
  public:
-  std::uint32_t logicalDrives() override { return ::GetLogicalDrives(); }
+  SysResult<std::uint32_t> logicalDrives() override {
+    const DWORD drives = ::GetLogicalDrives();
+    if (drives == 0) return SysResult<std::uint32_t>::failure(lastError());
+    return SysResult<std::uint32_t>::success(drives);
+  }
 
-  std::uint32_t driveType(const std::wstring& root) override { return ::GetDriveTypeW(root.c_str()); }
+  SysResult<std::uint32_t> driveType(const std::wstring& root) override {
+    return SysResult<std::uint32_t>::success(::GetDriveTypeW(root.c_str()));
+  }
 
-  VolumeInfo volumeInformation(const std::wstring& root) override {
+  SysResult<VolumeInfo> volumeInformation(const std::wstring& root) override {
     wchar_t label[kLabelChars] = {};
     wchar_t fileSystem[kFileSystemChars] = {};
     DWORD serial = 0, maxComponent = 0, flags = 0;
     if (!::GetVolumeInformationW(root.c_str(), label, kLabelChars, &serial, &maxComponent, &flags, fileSystem,
                                  kFileSystemChars))
-      return {false, lastError(), L"", 0, L""};
-    return {true, 0, label, serial, fileSystem};
+      return SysResult<VolumeInfo>::failure(lastError());
+    return SysResult<VolumeInfo>::success({label, serial, fileSystem});
   }
 
-  FreeSpace diskFreeSpace(const std::wstring& root) override {
+  SysResult<FreeSpace> diskFreeSpace(const std::wstring& root) override {
     DWORD spc = 0, bps = 0, freeClusters = 0, totalClusters = 0;
     if (!::GetDiskFreeSpaceW(root.c_str(), &spc, &bps, &freeClusters, &totalClusters))
-      return {false, lastError(), 0, 0, 0, 0};
-    return {true, 0, spc, bps, freeClusters, totalClusters};
+      return SysResult<FreeSpace>::failure(lastError());
+    return SysResult<FreeSpace>::success({spc, bps, freeClusters, totalClusters});
   }
 
-  FreeSpaceEx diskFreeSpaceEx(const std::wstring& path) override {
+  SysResult<FreeSpaceEx> diskFreeSpaceEx(const std::wstring& path) override {
     ULARGE_INTEGER caller{}, total{}, free{};
-    if (!::GetDiskFreeSpaceExW(path.c_str(), &caller, &total, &free)) return {false, lastError(), 0, 0, 0};
-    return {true, 0, caller.QuadPart, total.QuadPart, free.QuadPart};
+    if (!::GetDiskFreeSpaceExW(path.c_str(), &caller, &total, &free))
+      return SysResult<FreeSpaceEx>::failure(lastError());
+    return SysResult<FreeSpaceEx>::success({caller.QuadPart, total.QuadPart, free.QuadPart});
   }
 
-  Text volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override {
-    std::vector<wchar_t> buffer(chars ? chars : 1, L'\0');
+  SysResult<std::wstring> volumeNameForMountPoint(const std::wstring& mountPoint, std::uint32_t chars) override {
+    std::vector<wchar_t> buffer;
+    if (!allocate(buffer, chars)) return SysResult<std::wstring>::failure(ERROR_NOT_ENOUGH_MEMORY);
     if (!::GetVolumeNameForVolumeMountPointW(mountPoint.c_str(), buffer.data(), chars))
-      return {false, lastError(), L""};
+      return SysResult<std::wstring>::failure(lastError());
     buffer.back() = L'\0';
-    return {true, 0, buffer.data()};
+    return SysResult<std::wstring>::success(buffer.data());
   }
 
-  PathNames volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override {
-    std::vector<wchar_t> buffer(chars ? chars : 1, L'\0');
+  SysResult<PathNames> volumePathNames(const std::wstring& volumeName, std::uint32_t chars) override {
+    std::vector<wchar_t> buffer;
+    if (!allocate(buffer, chars)) return SysResult<PathNames>::failure(ERROR_NOT_ENOUGH_MEMORY);
     DWORD needed = 0;
     if (!::GetVolumePathNamesForVolumeNameW(volumeName.c_str(), buffer.data(), chars, &needed)) {
       const std::uint32_t error = lastError();
-      return {false, error, {}, error == ERROR_MORE_DATA ? needed : 0};
+      return SysResult<PathNames>::failure(error, {{}, error == ERROR_MORE_DATA ? needed : 0});
     }
     // Keep the names and the empty name that ends them (two terminators at least).
     std::size_t end = 0;
@@ -69,7 +79,7 @@ class Win32Volumes : public VolumeService {
     std::vector<wchar_t> multi(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(std::min(end, buffer.size())));
     multi.push_back(L'\0');
     if (multi.size() == 1) multi.push_back(L'\0');
-    return {true, 0, std::move(multi), needed};
+    return SysResult<PathNames>::success({std::move(multi), needed});
   }
 
   SysStatus setVolumeMountPoint(const std::wstring& mountPoint, const std::wstring& volumeName) override {
@@ -84,6 +94,18 @@ class Win32Volumes : public VolumeService {
   // label's length is 0 either way), and Wine's SetVolumeLabelW faults on null.
   SysStatus setVolumeLabel(const std::wstring& root, const std::wstring* label) override {
     return status(::SetVolumeLabelW(root.c_str(), label ? label->c_str() : L""));
+  }
+
+ private:
+  // A buffer of `chars` characters (one at least); false when the memory
+  // cannot be had, which a length the system asked for may well exceed.
+  static bool allocate(std::vector<wchar_t>& buffer, std::uint32_t chars) {
+    try {
+      buffer.assign(chars ? chars : 1, L'\0');
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+    return true;
   }
 };
 
