@@ -22,7 +22,7 @@ CommandResult addCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
   }
   std::uint32_t silent = 0;
   ParseDiskOptions(app, argc, argv, *settings, silent);
-  if (!ValidateDiskSettings(app, *settings, 1, 0)) return Failed;
+  if (!ValidateDiskSettings(app, *settings, true, 0)) return Failed;
   if (!silent) {
     app.io.out(L"\nSettings for New Disk\n");
     PrintDiskSettings(app.io, *settings, reportmode::Settings);

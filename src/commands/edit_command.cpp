@@ -82,7 +82,7 @@ CommandResult editCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
   DiskSettingsFromRecord(*oldRecord, *settings);
   std::uint32_t silent = 0;
   ParseDiskOptions(app, argc - 1, argv + 1, *settings, silent);
-  if (!ValidateDiskSettings(app, *settings, 0, static_cast<std::uint16_t>(present))) return Failed;
+  if (!ValidateDiskSettings(app, *settings, false, static_cast<std::uint16_t>(present))) return Failed;
   const std::optional<Bytes> newRecord =
       BuildCreationRecord(*settings, &*oldRecord, app.sys.clock, app.sys.system);
   if (!newRecord) {

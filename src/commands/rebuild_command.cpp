@@ -41,7 +41,7 @@ CommandResult rebuildCommand(App& app, const wchar_t*, int argc, wchar_t** argv)
 
   std::uint32_t silent = 0, saveImage = 1;
   ParseDiskOptions(app, argc - 1, argv + 1, *settings, silent, &saveImage);
-  if (!ValidateDiskSettings(app, *settings, 0, static_cast<std::uint16_t>(present))) return Failed;
+  if (!ValidateDiskSettings(app, *settings, false, static_cast<std::uint16_t>(present))) return Failed;
   const std::optional<Bytes> record =
       BuildCreationRecord(*settings, oldRecord ? &*oldRecord : nullptr, app.sys.clock, app.sys.system);
   if (!record) {

@@ -83,12 +83,12 @@ bool headerMatches(App& app, const std::wstring& path, int format, std::uint64_t
   return true;
 }
 
-int checkImage(App& app, const std::wstring& path, std::uint64_t sizeBytes, std::uint32_t loadOnly,
-               bool smartRequired, ImageCheck& out) {
+bool checkImage(App& app, const std::wstring& path, std::uint64_t sizeBytes, std::uint32_t loadOnly,
+                bool smartRequired, ImageCheck& out) {
   out = ImageCheck{};
   if (!IsValidFilePath(path, kMaxFilePath) || !fixedOrRemovable(app, firstLetter(path))) {
     app.io.errStr(strid::FileInvalid, path);
-    return 0;
+    return false;
   }
   const wchar_t letter = firstLetter(path);
   if (!IsOnSystemFileSystem(app, letter)) warnExternal(app, path);
@@ -99,32 +99,32 @@ int checkImage(App& app, const std::wstring& path, std::uint64_t sizeBytes, std:
     // The image will be written: it must be writable and fit.
     if (sizeBytes > kFatFileLimit && IsFatVolume(app, letter)) {
       errFatLimit(app, path);
-      return 0;
+      return false;
     }
     if (out.exists) {
       if (attrs & kAttrReadOnly) {
         app.io.err(L"Error: image file '%s' is read-only!\n", path);
-        return 0;
+        return false;
       }
       // An existing file of unknown format is accepted: it will be overwritten.
       out.format = DetectImageFormat(app.sys.files, path, &fileDiskSize, &out.second);
-      if (!headerMatches(app, path, out.format, fileDiskSize, sizeBytes, smartRequired)) return 0;
+      if (!headerMatches(app, path, out.format, fileDiskSize, sizeBytes, smartRequired)) return false;
     }
     if (!HasDiskSpace(app, path, sizeBytes)) {
       app.io.err(L"Error: not enough disk space for image file '%s'!\n", path);
-      return 0;
+      return false;
     }
-    return 1;
+    return true;
   }
   if (out.exists) {
     out.format = DetectImageFormat(app.sys.files, path, &fileDiskSize, &out.second);
     if (out.format == kImageFormatUnknown) {
       app.io.err(L"Error: image file '%s' is either in unknown format or damaged!\n", path);
-      return 0;
+      return false;
     }
-    if (!headerMatches(app, path, out.format, fileDiskSize, sizeBytes, smartRequired)) return 0;
+    if (!headerMatches(app, path, out.format, fileDiskSize, sizeBytes, smartRequired)) return false;
   }
-  return 1;
+  return true;
 }
 
 // Where a disk's data lives.
@@ -197,17 +197,17 @@ void checkClusterSize(App& app, DiskSettings& s) {
   }
 }
 
-int validateImage(App& app, DiskSettings& s) {
+bool validateImage(App& app, DiskSettings& s) {
   ImageCheck found;
   if (!checkImage(app, s.imageFile, std::uint64_t{s.sizeMb} << 20, s.loadOnly, false, found)) {
     s.imageFile.clear();
-    return 0;
+    return false;
   }
   s.imageFlags |= imageflag::Accepted;
   if (s.loadOnly) {
     s.timingSaveMinutes = 0;
     s.imageFlags &= ~imageflag::LoadOnlyClear;
-    return 1;
+    return true;
   }
   s.imageFlags |= imageflag::SaveAtShutdown;
   const int f = found.format;
@@ -234,17 +234,17 @@ int validateImage(App& app, DiskSettings& s) {
     // Timing and real-time save are for plain images only.
     s.imageFlags &= ~(imageflag::TimingSave | imageflag::RealTimeSave);
     s.timingSaveMinutes = 0;
-    return 1;
+    return true;
   }
   const std::int32_t minutes = static_cast<std::int32_t>(s.timingSaveMinutes);
   if (minutes == 0) s.imageFlags &= ~imageflag::TimingSave;
   if (minutes < 1 || minutes > 6000) s.timingSaveMinutes = 60;
-  return 1;
+  return true;
 }
 
 }  // namespace
 
-int ValidateDiskSettings(App& app, DiskSettings& s, std::uint32_t checkMemory, std::uint16_t currentLetter) {
+bool ValidateDiskSettings(App& app, DiskSettings& s, bool checkMemory, std::uint16_t currentLetter) {
   // Disk size.
   if (static_cast<std::int32_t>(s.sizeMb) < 1) {
     app.io.err(L"Warning: disk size must be greater than 0!\n");
@@ -255,7 +255,7 @@ int ValidateDiskSettings(App& app, DiskSettings& s, std::uint32_t checkMemory, s
     s.sizeMb = 1048576;
   }
 
-  if (!chooseDriveLetter(app, s, currentLetter)) return 0;
+  if (!chooseDriveLetter(app, s, currentLetter)) return false;
 
   // Backing file of a hybrid disk, or of a disk that lies wholly in its file.
   Placement placement = Placement::Memory;
@@ -266,10 +266,10 @@ int ValidateDiskSettings(App& app, DiskSettings& s, std::uint32_t checkMemory, s
     } else {
       placement = Placement::Hybrid;
     }
-    if (!CheckBackingFilePath(app, s.physicalDriveFile, s.physicalDriveSizeMb)) return 0;
+    if (!CheckBackingFilePath(app, s.physicalDriveFile, s.physicalDriveSizeMb)) return false;
     if (!HasDiskSpace(app, s.physicalDriveFile, std::uint64_t{s.physicalDriveSizeMb} << 20)) {
       app.io.err(L"Error: not enough disk space for physical file '%s'!\n", s.physicalDriveFile);
-      return 0;
+      return false;
     }
   } else {
     s.physicalDriveSizeMb = 0;
@@ -284,7 +284,7 @@ int ValidateDiskSettings(App& app, DiskSettings& s, std::uint32_t checkMemory, s
       app.io.err(L"Warning: memory request exceeds the available system memory!\n");
     } else {
       app.io.err(L"Error: memory request exceeds the available system memory!\n");
-      return 0;
+      return false;
     }
   }
 
@@ -327,22 +327,22 @@ int ValidateDiskSettings(App& app, DiskSettings& s, std::uint32_t checkMemory, s
   if (!s.imageFile.empty()) app.io.err(L"Warning: %s does not support image file!\n", L"hybrid-disk or file-disk");
   s.imageFile.clear();
   s.imageFlags = 0;
-  return 1;
+  return true;
 }
 
-int CheckBackingFilePath(App& app, const std::wstring& path, std::uint32_t sizeMb) {
+bool CheckBackingFilePath(App& app, const std::wstring& path, std::uint32_t sizeMb) {
   if (!IsValidFilePath(path, kMaxFilePath)) {
     app.io.errStr(strid::FileInvalid, path);
-    return 0;
+    return false;
   }
   const wchar_t letter = firstLetter(path);
   if (!fixedOrRemovable(app, letter)) {
     app.io.errStr(strid::FileInvalidVolume, path);
-    return 0;
+    return false;
   }
   if (sizeMb > 4096 && IsFatVolume(app, letter)) {
     errFatLimit(app, path);
-    return 0;
+    return false;
   }
   const std::uint32_t attrs = app.sys.files.attributes(path).valueOr(InvalidFileAttributes);
   if (attrs == InvalidFileAttributes) {
@@ -352,80 +352,80 @@ int CheckBackingFilePath(App& app, const std::wstring& path, std::uint32_t sizeM
     if (app.sys.files.attributes(folder).valueOr(InvalidFileAttributes) & (kAttrCompressed | kAttrEncrypted)) {
       app.io.err(L"Error: file '%s' is invalid - \nfile or directory cannot be read-only, compressed, or encrypted\n",
                  path);
-      return 0;
+      return false;
     }
   } else if (attrs & (kAttrReadOnly | kAttrCompressed | kAttrEncrypted)) {
     app.io.err(L"Error: file '%s' is invalid - \nfile or directory cannot be read-only, compressed, or encrypted!\n",
                path);
-    return 0;
+    return false;
   }
   if (!IsOnSystemFileSystem(app, letter)) warnExternal(app, path);
-  return 1;
+  return true;
 }
 
-int CheckImageFile(App& app, const std::wstring& path, std::uint64_t sizeBytes, std::uint32_t loadOnly,
+bool CheckImageFile(App& app, const std::wstring& path, std::uint64_t sizeBytes, std::uint32_t loadOnly,
                    bool smartRequired, int* format, std::uint32_t* second) {
   ImageCheck found;
-  const int ok = checkImage(app, path, sizeBytes, loadOnly, smartRequired, found);
+  const bool ok = checkImage(app, path, sizeBytes, loadOnly, smartRequired, found);
   if (format) *format = found.format;
   if (second) *second = found.second;
   return ok;
 }
 
-int IsValidFilePath(const std::wstring& path, std::uint32_t maxLength) {
+bool IsValidFilePath(const std::wstring& path, std::uint32_t maxLength) {
   const std::size_t n = path.size();
-  if (n < 3 || n > std::size_t{maxLength} - 1) return 0;
-  if (!isAsciiLetter(static_cast<std::uint32_t>(path[0])) || path[1] != L':' || path[2] != L'\\') return 0;
-  if (path[n - 1] == L'\\') return 0;
+  if (n < 3 || n > std::size_t{maxLength} - 1) return false;
+  if (!isAsciiLetter(static_cast<std::uint32_t>(path[0])) || path[1] != L':' || path[2] != L'\\') return false;
+  if (path[n - 1] == L'\\') return false;
   const std::wstring_view rest = std::wstring_view(path).substr(2);
-  if (rest.find_first_of(L"/:*?\"<>|") != std::wstring_view::npos) return 0;
-  if (rest.find(L"\\\\") != std::wstring_view::npos) return 0;
-  return 1;
+  if (rest.find_first_of(L"/:*?\"<>|") != std::wstring_view::npos) return false;
+  if (rest.find(L"\\\\") != std::wstring_view::npos) return false;
+  return true;
 }
 
-int HasDiskSpace(App& app, const std::wstring& path, std::uint64_t bytes) {
-  if (bytes == 0) return 1;
+bool HasDiskSpace(App& app, const std::wstring& path, std::uint64_t bytes) {
+  if (bytes == 0) return true;
   std::uint64_t need = bytes;
   const SysResult<std::uint64_t> existing = app.sys.files.fileSize(path);
   if (existing.ok) {
-    if (bytes <= existing.value) return 1;
+    if (bytes <= existing.value) return true;
     need = bytes - existing.value;
   }
   const SysResult<VolumeService::FreeSpaceEx> space = app.sys.volumes.diskFreeSpaceEx(rootOf(firstLetter(path)));
-  if (!space.ok) return 0;
-  return need <= space.value.totalFree ? 1 : 0;
+  if (!space.ok) return false;
+  return need <= space.value.totalFree;
 }
 
-int IsOnSystemFileSystem(App& app, wchar_t letter) {
+bool IsOnSystemFileSystem(App& app, wchar_t letter) {
   const SysResult<std::wstring> windows = app.sys.system.windowsDirectory();
-  if (!windows.ok || windows.value.empty()) return 0;
+  if (!windows.ok || windows.value.empty()) return false;
   const wchar_t system = windows.value[0];
-  if (system == letter) return 1;
+  if (system == letter) return true;
   const SysResult<VolumeService::VolumeInfo> a = app.sys.volumes.volumeInformation(rootOf(system));
-  if (!a.ok) return 0;
+  if (!a.ok) return false;
   const SysResult<VolumeService::VolumeInfo> b = app.sys.volumes.volumeInformation(rootOf(letter));
-  if (!b.ok) return 0;
-  return equalsNoCase(a.value.fileSystem, b.value.fileSystem) ? 1 : 0;
+  if (!b.ok) return false;
+  return equalsNoCase(a.value.fileSystem, b.value.fileSystem);
 }
 
-int IsFatVolume(App& app, wchar_t letter) {
+bool IsFatVolume(App& app, wchar_t letter) {
   const SysResult<VolumeService::VolumeInfo> info = app.sys.volumes.volumeInformation(rootOf(letter));
-  if (!info.ok || info.value.fileSystem.size() < 3) return 0;
-  return equalsNoCase(std::wstring_view(info.value.fileSystem).substr(0, 3), L"FAT") ? 1 : 0;
+  if (!info.ok || info.value.fileSystem.size() < 3) return false;
+  return equalsNoCase(std::wstring_view(info.value.fileSystem).substr(0, 3), L"FAT");
 }
 
-int MemoryFits(App& app, std::uint32_t neededMb, bool allowInvisibleMemory) {
-  if (neededMb == 0) return 1;
+bool MemoryFits(App& app, std::uint32_t neededMb, bool allowInvisibleMemory) {
+  if (neededMb == 0) return true;
   std::uint64_t needed = neededMb;
   std::uint64_t imFree = 0, imTotal = 0;
   if (allowInvisibleMemory && getImFreeTotal(app.controller, &imFree, &imTotal)) {
     const std::uint64_t freeMb = imFree >> 20;
-    if (needed <= freeMb) return 1;
+    if (needed <= freeMb) return true;
     needed -= freeMb;
   }
   const SysResult<SystemInfo::Memory> mem = app.sys.system.memoryStatus();
-  if (!mem.ok) return 1;
-  return needed + kSystemReserveMb <= (mem.value.availPhys >> 20) ? 1 : 0;
+  if (!mem.ok) return true;
+  return needed + kSystemReserveMb <= (mem.value.availPhys >> 20);
 }
 
 }  // namespace vmd

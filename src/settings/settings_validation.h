@@ -1,8 +1,8 @@
 // Makes a DiskSettings consistent before anything is shown or sent: values
 // that cannot be used are corrected with a warning, and the command is
-// stopped with an error where no sensible correction exists. Every routine
-// here that returns int returns 1 (go on) or 0 (stop: the error has been
-// printed on standard error).
+// stopped with an error where no sensible correction exists. Every check
+// here answers true (go on) or false (stop: the error has been printed on
+// standard error, where the check prints at all).
 #pragma once
 
 #include <cstdint>
@@ -16,36 +16,38 @@ namespace vmd {
 // Paths of backing and image files are at most this long, terminator included.
 inline constexpr std::uint32_t kMaxFilePath = 248;
 
-// `checkMemory` is 1 for add and 0 for edit and rebuild; `currentLetter` is
-// the disk's present drive letter, 0 for a new disk.
-int ValidateDiskSettings(App& app, DiskSettings& settings, std::uint32_t checkMemory, std::uint16_t currentLetter);
+// `checkMemory` is true for add and false for edit and rebuild;
+// `currentLetter` is the disk's present drive letter, 0 for a new disk.
+[[nodiscard]] bool ValidateDiskSettings(App& app, DiskSettings& settings, bool checkMemory,
+                                        std::uint16_t currentLetter);
 
 // The file of a hybrid or file disk, `sizeMb` of the disk kept in it.
-int CheckBackingFilePath(App& app, const std::wstring& path, std::uint32_t sizeMb);
+[[nodiscard]] bool CheckBackingFilePath(App& app, const std::wstring& path, std::uint32_t sizeMb);
 
 // An image file for a disk of `sizeBytes`. `format` starts as 0 and receives
 // the format of an existing file whose header was read (-1: unknown);
 // `second` receives the header reader's second value (the COMPR level).
-int CheckImageFile(App& app, const std::wstring& path, std::uint64_t sizeBytes, std::uint32_t loadOnly,
-                   bool smartRequired, int* format = nullptr, std::uint32_t* second = nullptr);
+[[nodiscard]] bool CheckImageFile(App& app, const std::wstring& path, std::uint64_t sizeBytes,
+                                  std::uint32_t loadOnly, bool smartRequired, int* format = nullptr,
+                                  std::uint32_t* second = nullptr);
 
 // "X:\..." of at least 3 and at most maxLength - 1 characters, not ending in
 // a backslash, with none of /:*?"<>| and no doubled backslash after "X:".
-int IsValidFilePath(const std::wstring& path, std::uint32_t maxLength);
+[[nodiscard]] bool IsValidFilePath(const std::wstring& path, std::uint32_t maxLength);
 
 // Whether `bytes` more fit on the volume of the path's drive letter; the
 // bytes an existing file already takes count towards them.
-int HasDiskSpace(App& app, const std::wstring& path, std::uint64_t bytes);
+[[nodiscard]] bool HasDiskSpace(App& app, const std::wstring& path, std::uint64_t bytes);
 
 // The drive is the Windows directory's, or carries the same file system.
-int IsOnSystemFileSystem(App& app, wchar_t letter);
+[[nodiscard]] bool IsOnSystemFileSystem(App& app, wchar_t letter);
 
 // The drive's file-system name begins with "FAT".
-int IsFatVolume(App& app, wchar_t letter);
+[[nodiscard]] bool IsFatVolume(App& app, wchar_t letter);
 
 // Whether `neededMb` fit in free Invisible Memory (when allowed) and
 // physical memory, keeping 256 MB free for the system.
-int MemoryFits(App& app, std::uint32_t neededMb, bool allowInvisibleMemory);
+[[nodiscard]] bool MemoryFits(App& app, std::uint32_t neededMb, bool allowInvisibleMemory);
 
 // One row of a cluster-size table: disks up to `limitMb` take `sectors`
 // sectors per cluster at least (or at most); 0 means no such size.

@@ -111,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check(s.customFolderCount <= vmd::kMaxCustomFolders);
 
   const std::uint16_t current = (control & 2) ? static_cast<std::uint16_t>(L'A' + control % 26) : 0;
-  if (!vmd::ValidateDiskSettings(app, s, control & 1, current)) return 0;
+  if (!vmd::ValidateDiskSettings(app, s, (control & 1) != 0, current)) return 0;
 
   check(s.sizeMb >= 1 && s.sizeMb <= 1048576);
   check(s.physicalDriveSizeMb <= s.sizeMb);

@@ -43,15 +43,15 @@ json withFiles(json m, json files) {
 }
 
 struct Validated {
-  int result;
+  bool result;
   DiskSettings s;
   std::wstring err;
 };
 
-Validated validate(DiskSettings s, json state = machine(), std::uint32_t checkMemory = 1,
+Validated validate(DiskSettings s, json state = machine(), bool checkMemory = true,
                    std::uint16_t current = 0) {
   SimApp sim(std::move(state));
-  const int r = ValidateDiskSettings(sim.app, s, checkMemory, current);
+  const bool r = ValidateDiskSettings(sim.app, s, checkMemory, current);
   return {r, s, sim.err()};
 }
 
@@ -77,7 +77,7 @@ const std::wstring kExternal =
 
 TEST(ValidateDiskSettings, DefaultsPassUnchangedApartFromTheLetter) {
   const Validated v = validate(DiskSettings{});
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   DiskSettings expected;
   expected.driveLetter = L'Z';
   EXPECT_EQ(v.s, expected);
@@ -88,7 +88,7 @@ TEST(ValidateDiskSettings, SizeZeroBecomes128) {
   DiskSettings s = plainDisk();
   s.sizeMb = 0;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.sizeMb, 128u);
   EXPECT_EQ(v.err, L"Warning: disk size must be greater than 0!\n");
 }
@@ -102,7 +102,7 @@ TEST(ValidateDiskSettings, NegativeSizeBecomes128) {
 TEST(ValidateDiskSettings, SizeAboveOneTerabyteIsCut) {
   DiskSettings s = plainDisk();
   s.sizeMb = 1048577;
-  const Validated v = validate(s, machine(), 0);
+  const Validated v = validate(s, machine(), false);
   EXPECT_EQ(v.s.sizeMb, 1048576u);
   EXPECT_EQ(v.err,
             L"Warning: disk size must be less than 1048577!\n"
@@ -113,8 +113,8 @@ TEST(ValidateDiskSettings, OneTerabytePassesSilently) {
   DiskSettings s = plainDisk();
   s.sizeMb = 1048576;
   s.fileSystem = filesystem::Ntfs;
-  const Validated v = validate(s, machine(), 0);
-  EXPECT_EQ(v.result, 1);
+  const Validated v = validate(s, machine(), false);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.sizeMb, 1048576u);
   EXPECT_EQ(v.err, L"");
 }
@@ -139,7 +139,7 @@ TEST(ValidateDiskSettings, LetterInUseFallsBackToTheHighestFree) {
   DiskSettings s = plainDisk();
   s.driveLetter = L'C';
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.driveLetter, L'Z');
   EXPECT_EQ(v.err, L"Warning: drive letter 'C' is not valid or has been assigned!\n");
 }
@@ -181,7 +181,7 @@ TEST(ValidateDiskSettings, FullDriveMaskIsAnError) {
   for (char c = 'A'; c <= 'Z'; ++c) m["drives"].push_back({{"letter", std::string(1, c)}, {"type", "fixed"}});
   DiskSettings s = plainDisk();
   const Validated v = validate(s, m);
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.s.driveLetter, 0);
   EXPECT_EQ(v.err,
             L"Warning: drive letter 'R' is not valid or has been assigned!\n"
@@ -192,7 +192,7 @@ TEST(ValidateDiskSettings, EmptyDriveMaskIsAnError) {
   json m = machine();
   m["faults"] = json::array({{{"api", "GetLogicalDrives"}}});
   const Validated v = validate(DiskSettings{}, m);
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.err, L"Error: no available drive letter for this virtual disk!\n");
 }
 
@@ -235,7 +235,7 @@ TEST(ValidateDiskSettings, BareFileMakesAFileDiskWithoutMemoryFeaturesOrImage) {
   s.imageFile = L"C:\\disk.img";
   s.imageFlags = imageflag::DelayLoad;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.physicalDriveSizeMb, 1000u);
   EXPECT_EQ(v.s.substanceFlags, substance::Hybrid);  // left as it was
   EXPECT_EQ(v.s.imQuotaMb, 0u);
@@ -252,7 +252,7 @@ TEST(ValidateDiskSettings, ShareBelowTheSizeMakesAHybridDisk) {
   s.physicalDriveSizeMb = 3072;
   s.substanceFlags = substance::Dmm;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.physicalDriveSizeMb, 3072u);
   EXPECT_EQ(v.s.substanceFlags, substance::Dmm | substance::Hybrid);
   EXPECT_EQ(v.err, L"");
@@ -285,7 +285,7 @@ TEST(ValidateDiskSettings, BackingFileWithoutRoomIsAnError) {
   s.physicalDriveFile = L"E:\\big.bin";
   s.physicalDriveSizeMb = 2048;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.err, L"Error: not enough disk space for physical file 'E:\\big.bin'!\n");
 }
 
@@ -294,7 +294,7 @@ TEST(ValidateDiskSettings, BadBackingFileStopsValidation) {
   s.physicalDriveFile = L"N:\\share.bin";
   s.physicalDriveSizeMb = 64;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.err, L"Error: file 'N:\\share.bin' is invalid - \nno volume is mounted, or the volume is not suitable!\n");
 }
 
@@ -305,7 +305,7 @@ TEST(ValidateDiskSettings, MemoryShortfallIsAnErrorWithoutDmm) {
   s.sizeMb = 12033;
   s.fileSystem = filesystem::Ntfs;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.err, L"Error: memory request exceeds the available system memory!\n");
 }
 
@@ -313,7 +313,7 @@ TEST(ValidateDiskSettings, MemoryThatLeaves256MbFits) {
   DiskSettings s = plainDisk();
   s.sizeMb = 12032;
   s.fileSystem = filesystem::Ntfs;
-  EXPECT_EQ(validate(s).result, 1);
+  EXPECT_TRUE(validate(s).result);
 }
 
 TEST(ValidateDiskSettings, MemoryShortfallIsAWarningWithDmm) {
@@ -322,7 +322,7 @@ TEST(ValidateDiskSettings, MemoryShortfallIsAWarningWithDmm) {
   s.fileSystem = filesystem::Ntfs;
   s.substanceFlags = substance::Dmm;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.err, L"Warning: memory request exceeds the available system memory!\n");
 }
 
@@ -331,7 +331,7 @@ TEST(ValidateDiskSettings, EditNeverChecksMemory) {
   s.sizeMb = 500000;
   s.fileSystem = filesystem::Ntfs;
   SimApp sim(machine());
-  EXPECT_EQ(ValidateDiskSettings(sim.app, s, 0, L'R'), 1);
+  EXPECT_TRUE(ValidateDiskSettings(sim.app, s, false, L'R'));
   EXPECT_EQ(sim.err(), L"");
   EXPECT_EQ(sim.apiCalls("GlobalMemoryStatusEx"), 0u);
 }
@@ -343,7 +343,7 @@ TEST(ValidateDiskSettings, FileDiskNeedsNoMemory) {
   s.physicalDriveFile = L"C:\\disk.bin";
   s.physicalDriveSizeMb = 20000;
   SimApp sim(machine());
-  EXPECT_EQ(ValidateDiskSettings(sim.app, s, 1, 0), 1);
+  EXPECT_TRUE(ValidateDiskSettings(sim.app, s, true, 0));
   EXPECT_EQ(sim.apiCalls("GlobalMemoryStatusEx"), 0u);
 }
 
@@ -355,12 +355,12 @@ TEST(ValidateDiskSettings, InvisibleMemoryCoversPartOfTheNeed) {
   s.sizeMb = 14080;  // 2048 + 12032
   s.fileSystem = filesystem::Ntfs;
   s.substanceFlags = substance::InvisibleMemory;
-  EXPECT_EQ(validate(s, m).result, 1);
+  EXPECT_TRUE(validate(s, m).result);
   s.sizeMb = 14081;
-  EXPECT_EQ(validate(s, m).result, 0);
+  EXPECT_FALSE(validate(s, m).result);
   s.sizeMb = 14080;
   s.substanceFlags = 0;  // not allowed to use it
-  EXPECT_EQ(validate(s, m).result, 0);
+  EXPECT_FALSE(validate(s, m).result);
 }
 
 // ---- Memory features ----
@@ -399,7 +399,7 @@ TEST(ValidateDiskSettings, FileSystemBySize) {
     DiskSettings s = plainDisk();
     s.sizeMb = c.sizeMb;
     s.fileSystem = c.asked;
-    const Validated v = validate(s, machine(), 0);
+    const Validated v = validate(s, machine(), false);
     EXPECT_EQ(v.s.fileSystem, c.result) << c.sizeMb << " " << int(c.asked);
     EXPECT_EQ(v.err, c.warns ? L"Warning: specified file system is not available for this disk!\n" : L"")
         << c.sizeMb << " " << int(c.asked);
@@ -447,7 +447,7 @@ TEST(ValidateDiskSettings, ClusterSizes) {
     s.sizeMb = c.sizeMb;
     s.fileSystem = c.fs;
     s.clusterSize = c.cluster;
-    const Validated v = validate(s, machine(), 0);
+    const Validated v = validate(s, machine(), false);
     EXPECT_EQ(v.s.clusterSize, c.result) << c.sizeMb << " " << c.cluster;
     EXPECT_EQ(v.err, c.warning) << c.sizeMb << " " << c.cluster;
   }
@@ -508,7 +508,7 @@ TEST(ValidateDiskSettings, SixteenMegabyteFatUsesTheSmallTables) {
     s.sizeMb = 16;
     s.fileSystem = filesystem::Fat;
     s.clusterSize = cluster;
-    const Validated v = validate(s, machine(), 0);
+    const Validated v = validate(s, machine(), false);
     EXPECT_EQ(v.s.clusterSize, kept ? cluster : 0u) << cluster;
     EXPECT_EQ(v.err, kept ? L"" : na) << cluster;
   }
@@ -571,7 +571,7 @@ TEST(ValidateDiskSettings, NewPlainImageGetsSaveAtShutdownAndQuickSave) {
   DiskSettings s = withImage(L"C:\\disk.img");
   s.imageFlags = imageflag::RealTimeSave;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.imageFlags, imageflag::Accepted | imageflag::SaveAtShutdown | imageflag::QuickSave |
                                 imageflag::RealTimeSave);
   EXPECT_EQ(v.s.compressionLevel, 1u);
@@ -635,7 +635,7 @@ TEST(ValidateDiskSettings, LoadOnlyImageThatDoesNotExistPasses) {
   s.imageFormat = imageformat::Compr;
   s.compressionLevel = 0;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.imageFlags, imageflag::Accepted | imageflag::DelayLoad);
   EXPECT_EQ(v.s.timingSaveMinutes, 0u);
   EXPECT_EQ(v.s.imageFormat, imageformat::Compr);  // untouched: a Load Only image is never saved
@@ -647,7 +647,7 @@ TEST(ValidateDiskSettings, LoadOnlyImageOfUnknownFormatIsRefused) {
   DiskSettings s = withImage(L"C:\\junk.img");
   s.loadOnly = 1;
   const Validated v = validate(s, withFiles(machine(), json::array({{{"path", "C:\\junk.img"}, {"size", 4096}}})));
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.s.imageFile, L"");
   EXPECT_EQ(v.err, L"Error: image file 'C:\\junk.img' is either in unknown format or damaged!\n");
 }
@@ -658,7 +658,7 @@ TEST(ValidateDiskSettings, LoadOnlyImageOfAnotherSizeIsRefused) {
   const json files = json::array(
       {{{"path", "C:\\smart.img"}, {"image", {{"format", "smart"}, {"diskSize", 64 << 20}}}, {"size", 1 << 20}}});
   const Validated v = validate(s, withFiles(machine(), files));
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.err, L"Error: image file 'C:\\smart.img' does not match the virtual disk size!\n");
 }
 
@@ -667,7 +667,7 @@ TEST(ValidateDiskSettings, LoadOnlyImageOfTheRightSizeIsAccepted) {
   s.loadOnly = 1;
   const json files = json::array({{{"path", "C:\\plain.img"}, {"image", {{"format", "plain"}, {"diskSize", 64 << 20}}}}});
   const Validated v = validate(s, withFiles(machine(), files));
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.imageFlags, imageflag::Accepted);
 }
 
@@ -678,7 +678,7 @@ TEST(ValidateDiskSettings, ExistingSmartImageSupersedesCompr) {
   const json files =
       json::array({{{"path", "C:\\smart.img"}, {"image", {{"format", "smart"}, {"diskSize", 128 << 20}}}}});
   const Validated v = validate(s, withFiles(machine(), files));
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.imageFormat, imageformat::Smart);
   EXPECT_EQ(v.s.compressionLevel, 1u);
   EXPECT_EQ(v.s.imageFlags, imageflag::Accepted | imageflag::SaveAtShutdown | imageflag::QuickSave);
@@ -692,7 +692,7 @@ TEST(ValidateDiskSettings, ExistingPlainOrComprImageSupersedesSmart) {
     const json files = json::array(
         {{{"path", "C:\\disk.img"}, {"image", {{"format", format}, {"diskSize", 128 << 20}, {"level", 3}}}}});
     const Validated v = validate(s, withFiles(machine(), files));
-    EXPECT_EQ(v.result, 1) << format;
+    EXPECT_TRUE(v.result) << format;
     EXPECT_EQ(v.s.imageFormat, std::string(format) == "plain" ? imageformat::Plain : imageformat::Compr);
     EXPECT_EQ(v.err, L"Warning: image format option 'smart' is superseded by the existing image file format!\n");
   }
@@ -714,7 +714,7 @@ TEST(ValidateDiskSettings, ExistingImageOfUnknownFormatWillBeOverwritten) {
   DiskSettings s = withImage(L"C:\\junk.img");
   s.imageFormat = imageformat::Smart;
   const Validated v = validate(s, withFiles(machine(), json::array({{{"path", "C:\\junk.img"}, {"size", 100}}})));
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.imageFormat, imageformat::Smart);
   EXPECT_EQ(v.err, L"");
 }
@@ -722,7 +722,7 @@ TEST(ValidateDiskSettings, ExistingImageOfUnknownFormatWillBeOverwritten) {
 TEST(ValidateDiskSettings, ReadOnlyImageIsRefused) {
   const json files = json::array({{{"path", "C:\\ro.img"}, {"attributes", "0x21"}}});
   const Validated v = validate(withImage(L"C:\\ro.img"), withFiles(machine(), files));
-  EXPECT_EQ(v.result, 0);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.s.imageFile, L"");
   EXPECT_EQ(v.err, L"Error: image file 'C:\\ro.img' is read-only!\n");
 }
@@ -730,14 +730,14 @@ TEST(ValidateDiskSettings, ReadOnlyImageIsRefused) {
 TEST(ValidateDiskSettings, ImageWithBadPathOrDriveIsInvalid) {
   for (const wchar_t* path : {L"C:\\a\\\\b.img", L"N:\\share.img", L"Q:\\nodrive.img", L"disk.img"}) {
     const Validated v = validate(withImage(path));
-    EXPECT_EQ(v.result, 0) << path;
+    EXPECT_FALSE(v.result) << path;
     EXPECT_EQ(v.err, std::wstring(L"Error: file '") + path + L"' is invalid!\n");
   }
 }
 
 TEST(ValidateDiskSettings, ImageAbove4GbOnFatIsRefused) {
-  const Validated v = validate(withImage(L"D:\\img.bin", 4097), machine(), 0);
-  EXPECT_EQ(v.result, 0);
+  const Validated v = validate(withImage(L"D:\\img.bin", 4097), machine(), false);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.err, kExternal +
                        L"Error: file 'D:\\img.bin' is invalid - \nfile size cannot exceed 4GB on a FAT/FAT32 "
                        L"partition!\n");
@@ -746,14 +746,14 @@ TEST(ValidateDiskSettings, ImageAbove4GbOnFatIsRefused) {
 TEST(ValidateDiskSettings, ImageOfExactly4GbOnFatPasses) {
   DiskSettings s = withImage(L"D:\\img.bin", 4096);
   s.fileSystem = filesystem::Fat32;
-  const Validated v = validate(s, machine(), 0);
-  EXPECT_EQ(v.result, 1);
+  const Validated v = validate(s, machine(), false);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.err, kExternal);  // on a FAT32 drive while Windows is on NTFS
 }
 
 TEST(ValidateDiskSettings, ImageWithoutRoomIsRefused) {
-  const Validated v = validate(withImage(L"E:\\disk.img", 2048), machine(), 0);
-  EXPECT_EQ(v.result, 0);
+  const Validated v = validate(withImage(L"E:\\disk.img", 2048), machine(), false);
+  EXPECT_FALSE(v.result);
   EXPECT_EQ(v.err, L"Error: not enough disk space for image file 'E:\\disk.img'!\n");
 }
 
@@ -763,7 +763,7 @@ TEST(ValidateDiskSettings, ImageOnAHybridDiskIsDropped) {
   s.physicalDriveSizeMb = 512;
   s.imageFlags = imageflag::SaveAtShutdown;
   const Validated v = validate(s);
-  EXPECT_EQ(v.result, 1);
+  EXPECT_TRUE(v.result);
   EXPECT_EQ(v.s.imageFile, L"");
   EXPECT_EQ(v.s.imageFlags, 0u);
   EXPECT_EQ(v.err, L"Warning: hybrid-disk or file-disk does not support image file!\n");
@@ -779,37 +779,37 @@ TEST(ValidateDiskSettings, NoImageClearsTheImageFlags) {
 
 // ---- CheckBackingFilePath ----
 
-int backing(const std::wstring& path, std::uint32_t sizeMb, json state, std::wstring& err) {
+bool backing(const std::wstring& path, std::uint32_t sizeMb, json state, std::wstring& err) {
   SimApp sim(std::move(state));
-  const int r = CheckBackingFilePath(sim.app, path, sizeMb);
+  const bool r = CheckBackingFilePath(sim.app, path, sizeMb);
   err = sim.err();
   return r;
 }
 
 TEST(CheckBackingFilePath, NewFileInAPlainFolderPasses) {
   std::wstring err;
-  EXPECT_EQ(backing(L"C:\\hybrid.hbd", 3072, machine(), err), 1);
+  EXPECT_TRUE(backing(L"C:\\hybrid.hbd", 3072, machine(), err));
   EXPECT_EQ(err, L"");
 }
 
 TEST(CheckBackingFilePath, BadPathIsInvalid) {
   std::wstring err;
-  EXPECT_EQ(backing(L"C:\\dir\\", 64, machine(), err), 0);
+  EXPECT_FALSE(backing(L"C:\\dir\\", 64, machine(), err));
   EXPECT_EQ(err, L"Error: file 'C:\\dir\\' is invalid!\n");
 }
 
 TEST(CheckBackingFilePath, DriveMustBeFixedOrRemovable) {
   std::wstring err;
-  EXPECT_EQ(backing(L"N:\\x.bin", 64, machine(), err), 0);
+  EXPECT_FALSE(backing(L"N:\\x.bin", 64, machine(), err));
   EXPECT_EQ(err, L"Error: file 'N:\\x.bin' is invalid - \nno volume is mounted, or the volume is not suitable!\n");
-  EXPECT_EQ(backing(L"E:\\x.bin", 64, machine(), err), 1);
+  EXPECT_TRUE(backing(L"E:\\x.bin", 64, machine(), err));
 }
 
 TEST(CheckBackingFilePath, FatVolumeHoldsAtMost4096Mb) {
   std::wstring err;
-  EXPECT_EQ(backing(L"D:\\x.bin", 4097, machine(), err), 0);
+  EXPECT_FALSE(backing(L"D:\\x.bin", 4097, machine(), err));
   EXPECT_EQ(err, L"Error: file 'D:\\x.bin' is invalid - \nfile size cannot exceed 4GB on a FAT/FAT32 partition!\n");
-  EXPECT_EQ(backing(L"D:\\x.bin", 4096, machine(), err), 1);
+  EXPECT_TRUE(backing(L"D:\\x.bin", 4096, machine(), err));
   EXPECT_EQ(err, L"Warning: file 'D:\\x.bin' is located on an external (USB etc.) disk or dynamic disk, or a "
                  L"partition of which file system is not same as boot file system!\n");
 }
@@ -818,7 +818,7 @@ TEST(CheckBackingFilePath, CompressedOrEncryptedFolderOfANewFileIsRefused) {
   for (const char* attrs : {"0x810", "0x4010"}) {
     std::wstring err;
     const json files = json::array({{{"path", "C:\\packed"}, {"attributes", attrs}}});
-    EXPECT_EQ(backing(L"C:\\packed\\x.bin", 64, withFiles(machine(), files), err), 0) << attrs;
+    EXPECT_FALSE(backing(L"C:\\packed\\x.bin", 64, withFiles(machine(), files), err)) << attrs;
     EXPECT_EQ(err, L"Error: file 'C:\\packed\\x.bin' is invalid - \nfile or directory cannot be read-only, "
                    L"compressed, or encrypted\n");
   }
@@ -826,7 +826,7 @@ TEST(CheckBackingFilePath, CompressedOrEncryptedFolderOfANewFileIsRefused) {
 
 TEST(CheckBackingFilePath, MissingFolderIsRefusedToo) {
   std::wstring err;
-  EXPECT_EQ(backing(L"C:\\nowhere\\x.bin", 64, machine(), err), 0);
+  EXPECT_FALSE(backing(L"C:\\nowhere\\x.bin", 64, machine(), err));
   EXPECT_EQ(err, L"Error: file 'C:\\nowhere\\x.bin' is invalid - \nfile or directory cannot be read-only, "
                  L"compressed, or encrypted\n");
 }
@@ -835,13 +835,13 @@ TEST(CheckBackingFilePath, ReadOnlyCompressedOrEncryptedFileIsRefused) {
   for (const char* attrs : {"0x21", "0x820", "0x4020"}) {
     std::wstring err;
     const json files = json::array({{{"path", "C:\\x.bin"}, {"attributes", attrs}}});
-    EXPECT_EQ(backing(L"C:\\x.bin", 64, withFiles(machine(), files), err), 0) << attrs;
+    EXPECT_FALSE(backing(L"C:\\x.bin", 64, withFiles(machine(), files), err)) << attrs;
     EXPECT_EQ(err, L"Error: file 'C:\\x.bin' is invalid - \nfile or directory cannot be read-only, compressed, "
                    L"or encrypted!\n");
   }
   std::wstring err;
   const json plain = json::array({{{"path", "C:\\x.bin"}, {"attributes", "0x20"}}});
-  EXPECT_EQ(backing(L"C:\\x.bin", 64, withFiles(machine(), plain), err), 1);
+  EXPECT_TRUE(backing(L"C:\\x.bin", 64, withFiles(machine(), plain), err));
 }
 
 // ---- CheckImageFile ----
@@ -852,12 +852,12 @@ TEST(CheckImageFile, FormatStartsAsZeroAndReportsTheExistingFile) {
                                                {{"path", "C:\\junk.img"}, {"size", 600}}})));
   int format = 55;
   std::uint32_t second = 0;
-  EXPECT_EQ(CheckImageFile(sim.app, L"C:\\new.img", 64 << 20, 0, false, &format, &second), 1);
+  EXPECT_TRUE(CheckImageFile(sim.app, L"C:\\new.img", 64 << 20, 0, false, &format, &second));
   EXPECT_EQ(format, 0);
-  EXPECT_EQ(CheckImageFile(sim.app, L"C:\\c.img", 64 << 20, 0, false, &format, &second), 1);
+  EXPECT_TRUE(CheckImageFile(sim.app, L"C:\\c.img", 64 << 20, 0, false, &format, &second));
   EXPECT_EQ(format, 2);
   EXPECT_EQ(second, 7u);
-  EXPECT_EQ(CheckImageFile(sim.app, L"C:\\junk.img", 64 << 20, 0, false, &format, &second), 1);
+  EXPECT_TRUE(CheckImageFile(sim.app, L"C:\\junk.img", 64 << 20, 0, false, &format, &second));
   EXPECT_EQ(format, -1);
   EXPECT_EQ(sim.err(), L"");
 }
@@ -867,74 +867,74 @@ TEST(CheckImageFile, SmartRequiredRefusesOtherFormats) {
                                                 {"image", {{"format", "plain"}, {"diskSize", 64 << 20}}}},
                                                {{"path", "C:\\s.img"},
                                                 {"image", {{"format", "smart"}, {"diskSize", 64 << 20}}}}})));
-  EXPECT_EQ(CheckImageFile(sim.app, L"C:\\p.img", 64 << 20, 1, true), 0);
+  EXPECT_FALSE(CheckImageFile(sim.app, L"C:\\p.img", 64 << 20, 1, true));
   EXPECT_EQ(sim.err(), L"Error: image file 'C:\\p.img' is not a Smart Image which is required for hybrid-disk!\n");
   sim.streams.clear();
-  EXPECT_EQ(CheckImageFile(sim.app, L"C:\\s.img", 64 << 20, 0, true), 1);
+  EXPECT_TRUE(CheckImageFile(sim.app, L"C:\\s.img", 64 << 20, 0, true));
   EXPECT_EQ(sim.err(), L"");
 }
 
 TEST(CheckImageFile, LoadOnlyDoesNotCareForSpaceOrFatLimit) {
   SimApp sim(machine());
-  EXPECT_EQ(CheckImageFile(sim.app, L"E:\\new.img", 8ull << 30, 1, false), 1);
-  EXPECT_EQ(CheckImageFile(sim.app, L"D:\\new.img", 8ull << 30, 1, false), 1);
+  EXPECT_TRUE(CheckImageFile(sim.app, L"E:\\new.img", 8ull << 30, 1, false));
+  EXPECT_TRUE(CheckImageFile(sim.app, L"D:\\new.img", 8ull << 30, 1, false));
 }
 
 // ---- Helpers ----
 
 TEST(IsValidFilePath, Shapes) {
-  EXPECT_EQ(IsValidFilePath(L"C:\\a", 248), 1);
-  EXPECT_EQ(IsValidFilePath(L"z:\\dir\\file.img", 248), 1);
-  EXPECT_EQ(IsValidFilePath(L"C:\\dir with blanks\\f", 248), 1);
-  EXPECT_EQ(IsValidFilePath(L"C:", 248), 0);
-  EXPECT_EQ(IsValidFilePath(L"C:\\", 248), 0);
-  EXPECT_EQ(IsValidFilePath(L"C:\\a\\", 248), 0);
-  EXPECT_EQ(IsValidFilePath(L"1:\\a", 248), 0);
-  EXPECT_EQ(IsValidFilePath(L"C;\\a", 248), 0);
-  EXPECT_EQ(IsValidFilePath(L"C:a\\b", 248), 0);
-  EXPECT_EQ(IsValidFilePath(L"C:\\a\\\\b", 248), 0);
-  EXPECT_EQ(IsValidFilePath(L"\\\\server\\share\\f", 248), 0);
+  EXPECT_TRUE(IsValidFilePath(L"C:\\a", 248));
+  EXPECT_TRUE(IsValidFilePath(L"z:\\dir\\file.img", 248));
+  EXPECT_TRUE(IsValidFilePath(L"C:\\dir with blanks\\f", 248));
+  EXPECT_FALSE(IsValidFilePath(L"C:", 248));
+  EXPECT_FALSE(IsValidFilePath(L"C:\\", 248));
+  EXPECT_FALSE(IsValidFilePath(L"C:\\a\\", 248));
+  EXPECT_FALSE(IsValidFilePath(L"1:\\a", 248));
+  EXPECT_FALSE(IsValidFilePath(L"C;\\a", 248));
+  EXPECT_FALSE(IsValidFilePath(L"C:a\\b", 248));
+  EXPECT_FALSE(IsValidFilePath(L"C:\\a\\\\b", 248));
+  EXPECT_FALSE(IsValidFilePath(L"\\\\server\\share\\f", 248));
   for (wchar_t c : std::wstring(L"/:*?\"<>|"))
-    EXPECT_EQ(IsValidFilePath(std::wstring(L"C:\\a") + c + L"b", 248), 0) << static_cast<int>(c);
+    EXPECT_FALSE(IsValidFilePath(std::wstring(L"C:\\a") + c + L"b", 248)) << static_cast<int>(c);
 }
 
 TEST(IsValidFilePath, LengthLimitLeavesRoomForTheTerminator) {
   const std::wstring longest = L"C:\\" + std::wstring(244, L'f');  // 247 characters
-  EXPECT_EQ(IsValidFilePath(longest, 248), 1);
-  EXPECT_EQ(IsValidFilePath(longest + L"f", 248), 0);
+  EXPECT_TRUE(IsValidFilePath(longest, 248));
+  EXPECT_FALSE(IsValidFilePath(longest + L"f", 248));
 }
 
 TEST(HasDiskSpace, ComparesTheNeedWithTheVolumesFreeBytes) {
   SimApp sim(withFiles(machine(), json::array({{{"path", "E:\\old.img"}, {"size", 536870912}}})));
-  EXPECT_EQ(HasDiskSpace(sim.app, L"E:\\x", 0), 1);
-  EXPECT_EQ(HasDiskSpace(sim.app, L"E:\\new.img", 1073741824), 1);
-  EXPECT_EQ(HasDiskSpace(sim.app, L"E:\\new.img", 1073741825), 0);
+  EXPECT_TRUE(HasDiskSpace(sim.app, L"E:\\x", 0));
+  EXPECT_TRUE(HasDiskSpace(sim.app, L"E:\\new.img", 1073741824));
+  EXPECT_FALSE(HasDiskSpace(sim.app, L"E:\\new.img", 1073741825));
   // The existing file's bytes count: only the growth must fit.
-  EXPECT_EQ(HasDiskSpace(sim.app, L"E:\\old.img", 1610612736), 1);
-  EXPECT_EQ(HasDiskSpace(sim.app, L"E:\\old.img", 1610612737), 0);
-  EXPECT_EQ(HasDiskSpace(sim.app, L"E:\\old.img", 100), 1);
-  EXPECT_EQ(HasDiskSpace(sim.app, L"Q:\\x", 1), 0);  // no such volume
+  EXPECT_TRUE(HasDiskSpace(sim.app, L"E:\\old.img", 1610612736));
+  EXPECT_FALSE(HasDiskSpace(sim.app, L"E:\\old.img", 1610612737));
+  EXPECT_TRUE(HasDiskSpace(sim.app, L"E:\\old.img", 100));
+  EXPECT_FALSE(HasDiskSpace(sim.app, L"Q:\\x", 1));  // no such volume
 }
 
 TEST(HasDiskSpace, FailedQueryFails) {
   json m = machine();
   m["faults"] = json::array({{{"api", "GetDiskFreeSpaceExW"}}});
   SimApp sim(m);
-  EXPECT_EQ(HasDiskSpace(sim.app, L"C:\\x", 1), 0);
+  EXPECT_FALSE(HasDiskSpace(sim.app, L"C:\\x", 1));
 }
 
 TEST(IsOnSystemFileSystem, SameLetterOrSameFileSystem) {
   SimApp sim(machine());
-  EXPECT_EQ(IsOnSystemFileSystem(sim.app, L'C'), 1);
-  EXPECT_EQ(IsOnSystemFileSystem(sim.app, L'E'), 1);
-  EXPECT_EQ(IsOnSystemFileSystem(sim.app, L'c'), 1);  // another letter, but NTFS as well
-  EXPECT_EQ(IsOnSystemFileSystem(sim.app, L'D'), 0);
-  EXPECT_EQ(IsOnSystemFileSystem(sim.app, L'Q'), 0);
+  EXPECT_TRUE(IsOnSystemFileSystem(sim.app, L'C'));
+  EXPECT_TRUE(IsOnSystemFileSystem(sim.app, L'E'));
+  EXPECT_TRUE(IsOnSystemFileSystem(sim.app, L'c'));  // another letter, but NTFS as well
+  EXPECT_FALSE(IsOnSystemFileSystem(sim.app, L'D'));
+  EXPECT_FALSE(IsOnSystemFileSystem(sim.app, L'Q'));
 }
 
 TEST(IsOnSystemFileSystem, SameLetterNeedsNoVolumeQuery) {
   SimApp sim(machine());
-  EXPECT_EQ(IsOnSystemFileSystem(sim.app, L'C'), 1);
+  EXPECT_TRUE(IsOnSystemFileSystem(sim.app, L'C'));
   EXPECT_EQ(sim.apiCalls("GetVolumeInformationW"), 0u);
 }
 
@@ -942,7 +942,7 @@ TEST(IsOnSystemFileSystem, WithoutTheWindowsDirectoryItIsNot) {
   json m = machine();
   m["host"]["windowsDirectory"] = "";
   SimApp sim(m);
-  EXPECT_EQ(IsOnSystemFileSystem(sim.app, L'C'), 0);
+  EXPECT_FALSE(IsOnSystemFileSystem(sim.app, L'C'));
 }
 
 TEST(IsFatVolume, FileSystemNameBeginsWithFat) {
@@ -951,28 +951,28 @@ TEST(IsFatVolume, FileSystemNameBeginsWithFat) {
   m["drives"].push_back({{"letter", "G"}, {"type", "removable"}, {"fileSystem", "exFAT"}});
   m["drives"].push_back({{"letter", "H"}, {"type", "removable"}});
   SimApp sim(m);
-  EXPECT_EQ(IsFatVolume(sim.app, L'D'), 1);
-  EXPECT_EQ(IsFatVolume(sim.app, L'F'), 1);
-  EXPECT_EQ(IsFatVolume(sim.app, L'C'), 0);
-  EXPECT_EQ(IsFatVolume(sim.app, L'G'), 0);
-  EXPECT_EQ(IsFatVolume(sim.app, L'H'), 0);  // unreadable
+  EXPECT_TRUE(IsFatVolume(sim.app, L'D'));
+  EXPECT_TRUE(IsFatVolume(sim.app, L'F'));
+  EXPECT_FALSE(IsFatVolume(sim.app, L'C'));
+  EXPECT_FALSE(IsFatVolume(sim.app, L'G'));
+  EXPECT_FALSE(IsFatVolume(sim.app, L'H'));  // unreadable
 }
 
 TEST(MemoryFits, KeepsTwoHundredFiftySixMegabytesFree) {
   SimApp sim(machine());
-  EXPECT_EQ(MemoryFits(sim.app, 0, false), 1);
-  EXPECT_EQ(MemoryFits(sim.app, 12032, false), 1);
-  EXPECT_EQ(MemoryFits(sim.app, 12033, false), 0);
+  EXPECT_TRUE(MemoryFits(sim.app, 0, false));
+  EXPECT_TRUE(MemoryFits(sim.app, 12032, false));
+  EXPECT_FALSE(MemoryFits(sim.app, 12033, false));
 }
 
 TEST(MemoryFits, FailedMemoryStatusFits) {
   json m = machine();
   m["host"]["memory"]["fails"] = true;
   SimApp sim(m);
-  EXPECT_EQ(MemoryFits(sim.app, 900000, false), 1);
+  EXPECT_TRUE(MemoryFits(sim.app, 900000, false));
 }
 
-int fits(const json& m, std::uint32_t neededMb, bool allowIm) {
+bool fits(const json& m, std::uint32_t neededMb, bool allowIm) {
   SimApp sim(m);
   return MemoryFits(sim.app, neededMb, allowIm);
 }
@@ -980,17 +980,17 @@ int fits(const json& m, std::uint32_t neededMb, bool allowIm) {
 TEST(MemoryFits, InvisibleMemoryCountsOnlyWhenRunningAndEnabled) {
   json m = machine();
   m["controller"]["im"] = {{"state", 0}, {"localState", 1}, {"unitSize", 1048576}, {"freeUnits", 100000}};
-  EXPECT_EQ(fits(m, 100000, true), 1);
-  EXPECT_EQ(fits(m, 112032, true), 1);
-  EXPECT_EQ(fits(m, 112033, true), 0);
+  EXPECT_TRUE(fits(m, 100000, true));
+  EXPECT_TRUE(fits(m, 112032, true));
+  EXPECT_FALSE(fits(m, 112033, true));
   m["controller"]["im"]["localState"] = 2;
-  EXPECT_EQ(fits(m, 100000, true), 0);
+  EXPECT_FALSE(fits(m, 100000, true));
   m["controller"]["im"]["localState"] = 1;
   m["controller"]["im"]["state"] = 5;
-  EXPECT_EQ(fits(m, 100000, true), 0);
+  EXPECT_FALSE(fits(m, 100000, true));
   m["controller"]["im"]["state"] = 0;
   m["controller"]["im"]["recordSize"] = 64;
-  EXPECT_EQ(fits(m, 100000, true), 0);
+  EXPECT_FALSE(fits(m, 100000, true));
 }
 
 }  // namespace
