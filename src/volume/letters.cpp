@@ -43,14 +43,18 @@ bool isDriveLetterValue(const std::wstring& name) {
 
 }  // namespace
 
-bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter) {
+bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter, bool* keptOld) {
+  if (keptOld) *keptOld = true;
   const std::wstring oldRoot = rootOf(oldLetter), newRoot = rootOf(newLetter);
   const SysResult<std::wstring> volume = ctx.volumes.volumeNameForMountPoint(oldRoot, kVolumeNameChars);
   if (!volume.ok) return false;
   if (!ctx.volumes.deleteVolumeMountPoint(oldRoot).ok) return false;
   if (ctx.volumes.setVolumeMountPoint(newRoot, volume.value).ok) return true;
-  // The volume goes back to its old letter.
-  ignoreResult(ctx.volumes.setVolumeMountPoint(oldRoot, volume.value), "the move has failed either way");
+  // The volume goes back to its old letter. Should that fail too, it is left
+  // without a letter and the caller is told so: no third try at a letter that
+  // has just refused it.
+  const bool back = ctx.volumes.setVolumeMountPoint(oldRoot, volume.value).ok;
+  if (keptOld) *keptOld = back;
   return false;
 }
 

@@ -115,9 +115,10 @@ void CreateAndMountDisk(VolumeContext& ctx, MountRequest& request) {
         request.driveLetter = found;
       } else {
         request.driveLetter = wanted;
-        if (!MoveVolumeMountPoint(ctx, static_cast<wchar_t>(found), static_cast<wchar_t>(wanted))) {
+        bool keptFound = true;
+        if (!MoveVolumeMountPoint(ctx, static_cast<wchar_t>(found), static_cast<wchar_t>(wanted), &keptFound)) {
           request.mountStatus = mountstatus::LetterNotMoved;
-          request.driveLetter = found;
+          request.driveLetter = keptFound ? found : 0;
         }
       }
     } else {

@@ -100,7 +100,11 @@ bool IsDiskDeviceReady(VolumeContext& ctx, const DiskAddressBytes& address);
 std::optional<bool> QueryAutoMount(VolumeContext& ctx);
 [[nodiscard]] bool SetAutoMount(VolumeContext& ctx, bool on);
 
-[[nodiscard]] bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter);
+// False when the volume did not get the new letter. It is then put back at
+// the old one; `keptOld`, when given, is false when that failed too and the
+// volume is left without a letter.
+[[nodiscard]] bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter,
+                                        bool* keptOld = nullptr);
 [[nodiscard]] bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAssigned,
                                      wchar_t oldLetter, wchar_t newLetter);
 // BroadcastSystemMessageW with WM_DEVICECHANGE for one letter: not ok when

@@ -283,6 +283,19 @@ TEST(CreateAndMountDisk, AMoveThatFailsLeavesTheLetterItCameUpWith) {
   EXPECT_EQ(w.lettersOf(0), std::vector<std::string>{"D:\\"});
 }
 
+TEST(CreateAndMountDisk, AVolumeThatCanBePutNeitherThereNorBackHasNoLetter) {
+  json state = timing(1000);
+  state["faults"] = {{{"api", "SetVolumeMountPointW"}, {"path", "R:\\"}, {"error", 5}},
+                     {{"api", "SetVolumeMountPointW"}, {"path", "D:\\"}, {"error", 1117}}};
+  World w(state);
+  const Bytes rec = w.record(64, L'R');
+  const MountRequest m = w.create(rec);
+  EXPECT_EQ(m.error, 0u);
+  EXPECT_EQ(m.mountStatus, mountstatus::LetterNotMoved);
+  EXPECT_EQ(m.driveLetter, 0);
+  EXPECT_TRUE(w.lettersOf(0).empty());
+}
+
 TEST(CreateAndMountDisk, MountedDevicesGivesTheDiskItsRememberedLetter) {
   World w(timing(1000));
   Bytes rec = w.record(64, L'T');
@@ -346,6 +359,27 @@ TEST(ChangeDriveLetter, ASystemLetterMovesTheMountPoint) {
   EXPECT_TRUE(ChangeDriveLetter(w.ctx, 0, false, L'E', L'F'));
   EXPECT_EQ(w.lettersOf(0), std::vector<std::string>{"F:\\"});
   EXPECT_TRUE(w.sim.machine.world.broadcasts.empty());
+}
+
+TEST(MoveVolumeMountPoint, AFailedMovePutsTheVolumeBackAndSaysSo) {
+  World w(json::parse(R"({"controller": {"disks": [{"index": 0, "size": 67108864}]},
+                          "volumes": [{"disk": 0, "mountPoints": ["E:\\"]}],
+                          "faults": [{"api": "SetVolumeMountPointW", "path": "F:\\", "error": 5}]})"));
+  bool keptOld = false;
+  EXPECT_FALSE(MoveVolumeMountPoint(w.ctx, L'E', L'F', &keptOld));
+  EXPECT_TRUE(keptOld);
+  EXPECT_EQ(w.lettersOf(0), std::vector<std::string>{"E:\\"});
+}
+
+TEST(MoveVolumeMountPoint, AVolumeThatCannotGoBackIsReportedWithoutALetter) {
+  World w(json::parse(R"({"controller": {"disks": [{"index": 0, "size": 67108864}]},
+                          "volumes": [{"disk": 0, "mountPoints": ["E:\\"]}],
+                          "faults": [{"api": "SetVolumeMountPointW", "error": 1117}]})"));
+  bool keptOld = true;
+  EXPECT_FALSE(MoveVolumeMountPoint(w.ctx, L'E', L'F', &keptOld));
+  EXPECT_FALSE(keptOld);
+  EXPECT_TRUE(w.lettersOf(0).empty());
+  EXPECT_EQ(w.sim.apiCalls("SetVolumeMountPointW"), 2u);  // the new letter, then the old: no third try
 }
 
 TEST(BroadcastVolumeChange, SendsTheVolumeRecordOfTheLetter) {
