@@ -1,6 +1,5 @@
 // del <index> [-g] [-s]: dismounts the disk's volumes, has the controller
 // remove the disk (saving its image first unless -g), and waits until it is gone.
-#include "base/ignore_result.h"
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
 #include "controller/controller.h"
@@ -67,9 +66,10 @@ CommandResult delCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
     return Failed;
   }
   // Still there after the wait counts as removed: the controller has it in hand.
-  if (info.directIo)
-    ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, info.letter),
-                 "the disk is gone whether or not its letter was announced");
+  // Unannounced, the letter may still show in running programs: as add does
+  // for its arrival, the administrator is told.
+  if (info.directIo && !BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, info.letter).ok)
+    app.io.err(L"Warning: updating system variables failed!\n");
   if (!options.silent) app.io.err(L"Success: disk #%d has been removed.\n", index);
   return Success;
 }

@@ -68,6 +68,9 @@ CommandResult rebuildCommand(App& app, const wchar_t*, int argc, wchar_t** argv)
                static_cast<int>(rebuild.status));
     return Failed;
   }
+  // A letter change the system was not told of: the same warning as add's,
+  // once, whichever of the two announcements failed.
+  if (rebuild.announcementFailed) app.io.err(L"Warning: updating system variables failed!\n");
   // Removed but not created: the old disk is gone for good, and these lines
   // are all that is left of it.
   if (rebuild.error == syserr::DiskFull) {

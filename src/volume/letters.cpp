@@ -71,6 +71,8 @@ bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAs
   put16(record, 12, static_cast<std::uint16_t>(oldLetter));
   put16(record, 14, static_cast<std::uint16_t>(newLetter));
   if (!ctx.controller.request(ioctl::ChangeDiskLetter, record.data(), 16, nullptr, 0).ok) return false;
+  // The result is the move's: edit, the one caller, reports nothing of its
+  // letter step, so a letter that moved unannounced is a move that succeeded.
   if (oldLetter != 0)
     ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, oldLetter), "the letter has moved either way");
   if (newLetter != 0)

@@ -92,6 +92,7 @@ void RemoveDiskAndWait(VolumeContext& ctx, RemoveRequest& request) {
 
 void RebuildDisk(VolumeContext& ctx, RebuildRequest& request) {
   request.removed = false;
+  request.announcementFailed = false;
   RemoveRequest removal;
   removal.address = request.address;
   removal.saveImage = request.saveImage;
@@ -101,9 +102,9 @@ void RebuildDisk(VolumeContext& ctx, RebuildRequest& request) {
   if (request.error != 0 || request.status != 0) return;
 
   request.removed = true;
-  if (request.driveLetter != 0)
-    ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, static_cast<wchar_t>(request.driveLetter)),
-                 "the disk is gone whether or not its letter was announced");
+  if (request.driveLetter != 0 &&
+      !BroadcastVolumeChange(ctx, dbt::DeviceRemoveComplete, static_cast<wchar_t>(request.driveLetter)).ok)
+    request.announcementFailed = true;
 
   MountRequest mount;
   mount.createRequest = request.createRequest;
@@ -114,9 +115,9 @@ void RebuildDisk(VolumeContext& ctx, RebuildRequest& request) {
   request.status = mount.mountStatus;
   request.driveLetter = mount.driveLetter;
   if (request.error == 0 && request.status == 0 && controllerAssignsLetter(*request.createRequest) &&
-      request.driveLetter != 0)
-    ignoreResult(BroadcastVolumeChange(ctx, dbt::DeviceArrival, static_cast<wchar_t>(request.driveLetter)),
-                 "the disk is there whether or not its letter was announced");
+      request.driveLetter != 0 &&
+      !BroadcastVolumeChange(ctx, dbt::DeviceArrival, static_cast<wchar_t>(request.driveLetter)).ok)
+    request.announcementFailed = true;
 }
 
 }  // namespace vmd

@@ -86,6 +86,7 @@ struct RebuildRequest {
   bool removed = false;
   std::uint32_t error = 0;
   std::uint32_t status = 0;
+  bool announcementFailed = false;     // the old or the new letter could not be announced
 };
 
 // The address bytes of disk `index`.

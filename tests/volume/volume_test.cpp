@@ -632,12 +632,31 @@ TEST(RebuildDisk, RemovesAnnouncesTheOldLetterAndCreatesAgainAtTheSameIndex) {
   EXPECT_EQ(r.error, 0u);
   EXPECT_EQ(r.status, 0u);
   EXPECT_EQ(r.driveLetter, L'R');
+  EXPECT_FALSE(r.announcementFailed);
   const auto& b = w.sim.machine.world.broadcasts;
   ASSERT_EQ(b.size(), 2u);
   EXPECT_EQ(b[0].event, "DBT_DEVICEREMOVECOMPLETE");
   EXPECT_EQ(b[1].event, "DBT_DEVICEARRIVAL");
   ASSERT_EQ(w.sim.machine.world.controller.disks.size(), 1u);
   EXPECT_EQ(w.sim.machine.world.controller.disks[0].size, 128u << 20);
+}
+
+TEST(RebuildDisk, AnAnnouncementThatFailsIsReportedAndTheDiskStillRebuilt) {
+  World w(merged(timing(500, 500),
+                 json::parse(R"({"controller": {"disks": [{"index": 4, "size": 67108864, "directIo": true, "letter": "R"}]},
+                                 "faults": [{"api": "BroadcastSystemMessageW", "nth": 1}]})")));
+  Bytes rec = w.record(128, L'R', true);
+  RebuildRequest r;
+  r.address = diskAddress(4);
+  r.createRequest = &rec;
+  r.driveLetter = L'R';
+  RebuildDisk(w.ctx, r);
+  EXPECT_TRUE(r.removed);
+  EXPECT_EQ(r.error, 0u);
+  EXPECT_EQ(r.status, 0u);
+  EXPECT_TRUE(r.announcementFailed);
+  ASSERT_EQ(w.sim.machine.world.broadcasts.size(), 1u);
+  EXPECT_EQ(w.sim.machine.world.broadcasts[0].event, "DBT_DEVICEARRIVAL");
 }
 
 TEST(RebuildDisk, ARemovalThatDoesNotFinishCreatesNothing) {
