@@ -30,16 +30,17 @@ bool sendRemoval(VolumeContext& ctx, const DiskAddressBytes& address, std::uint8
 
 }  // namespace
 
+// A dismount that fails stops nothing: the disk is removed, or its volume
+// wiped, as the user agreed, and the handles left open on the volume go with it.
 bool DismountVolume(VolumeContext& ctx, const std::wstring& volumePath, VolumeLock& lock, bool& forceAll) {
   lock.locked = false;
-  lock.dismounted = false;
   // A volume that does not open is asked about below, whatever the reason.
   lock.volume = DeviceHandle::open(ctx.io, volumePath, DeviceIo::GenericRead,
                                    DeviceIo::ShareRead | DeviceIo::ShareWrite, DeviceIo::AttributeNormal)
                     .value;
   if (lock.volume.valid() && lock.volume.control(ioctl::FsctlLockVolume).ok) {
     lock.locked = true;
-    lock.dismounted = lock.volume.control(ioctl::FsctlDismountVolume).ok;
+    ignoreResult(lock.volume.control(ioctl::FsctlDismountVolume), "the command goes on either way");
     return true;
   }
   // Not opened, or another process holds it: ask once per command.
@@ -51,7 +52,7 @@ bool DismountVolume(VolumeContext& ctx, const std::wstring& volumePath, VolumeLo
     forceAll = true;
   }
   if (!lock.volume.valid()) return true;  // nothing to dismount
-  lock.dismounted = lock.volume.control(ioctl::FsctlDismountVolume).ok;
+  ignoreResult(lock.volume.control(ioctl::FsctlDismountVolume), "the command goes on either way");
   return true;
 }
 

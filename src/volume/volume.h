@@ -71,11 +71,11 @@ struct RemoveRequest {
 };
 
 // One volume being dismounted. The handle closes itself; the caller unlocks
-// (ReleaseVolume) before it goes.
+// (ReleaseVolume) before it goes. Whether the dismount itself succeeded is not
+// kept: the command goes on either way (DismountVolume).
 struct VolumeLock {
   DeviceHandle volume;
   bool locked = false;
-  bool dismounted = false;
 };
 
 struct RebuildRequest {

@@ -468,7 +468,7 @@ TEST(DismountVolume, AFreeVolumeIsLockedDismountedUnlockedAndClosed) {
   VolumeLock lock;
   ASSERT_TRUE(DismountVolume(w.ctx, L"\\\\?\\STORAGE#Volume#aaaa", lock, forceAll));
   EXPECT_TRUE(lock.locked);
-  EXPECT_TRUE(lock.dismounted);
+  EXPECT_TRUE(w.sim.machine.world.volumes[0].dismounted);
   ReleaseVolume(lock);
   EXPECT_EQ(w.io.log, (std::vector<std::string>{"open \\\\?\\STORAGE#Volume#aaaa",
                                                 "FSCTL_LOCK_VOLUME \\\\?\\STORAGE#Volume#aaaa",
@@ -501,12 +501,29 @@ TEST(DismountVolume, AForcedDismountReleasesTheOtherHandles) {
   EXPECT_TRUE(DismountVolume(w.ctx, L"\\\\?\\STORAGE#Volume#aaaa", lock, forceAll));
   EXPECT_TRUE(forceAll);
   EXPECT_FALSE(lock.locked);
-  EXPECT_TRUE(lock.dismounted);
+  EXPECT_TRUE(w.sim.machine.world.volumes[0].dismounted);
   ReleaseVolume(lock);
   EXPECT_EQ(w.entriesWith("FSCTL"),
             "FSCTL_LOCK_VOLUME \\\\?\\STORAGE#Volume#aaaa failed 5\n"
             "FSCTL_DISMOUNT_VOLUME \\\\?\\STORAGE#Volume#aaaa\n");  // no unlock: it was never locked
   EXPECT_EQ(w.sim.machine.world.volumes[0].heldByOthers, 0u);
+  EXPECT_EQ(w.openHandles(), 0u);
+}
+
+TEST(DismountVolume, ADismountThatFailsStillLetsTheCommandGoOn) {
+  World w(merged(heldVolumes(0, 0), json{{"faults", {{{"api", "DeviceIoControl"}, {"code", "FSCTL_DISMOUNT_VOLUME"},
+                                                       {"error", 1117}}}}}));
+  bool forceAll = false;
+  VolumeLock lock;
+  EXPECT_TRUE(DismountVolume(w.ctx, L"\\\\?\\STORAGE#Volume#aaaa", lock, forceAll));
+  EXPECT_TRUE(lock.locked);
+  EXPECT_FALSE(w.sim.machine.world.volumes[0].dismounted);
+  ReleaseVolume(lock);
+  EXPECT_EQ(w.entriesWith("FSCTL"),
+            "FSCTL_LOCK_VOLUME \\\\?\\STORAGE#Volume#aaaa\n"
+            "FSCTL_DISMOUNT_VOLUME \\\\?\\STORAGE#Volume#aaaa failed 1117\n"
+            "FSCTL_UNLOCK_VOLUME \\\\?\\STORAGE#Volume#aaaa\n");
+  EXPECT_EQ(w.questions, 0u);
   EXPECT_EQ(w.openHandles(), 0u);
 }
 
