@@ -1,4 +1,5 @@
 // Device-interface discovery through the setup API.
+#include <algorithm>
 #include <cstddef>
 #include <new>
 
@@ -15,6 +16,10 @@ namespace {
 constexpr DWORD kDetailHeadSize = 8;
 constexpr std::size_t kDetailPathOffset = 4;
 constexpr DWORD kFirstDetailSize = 520;
+// The enumeration ends when the setup API says there is no more; a machine
+// has far fewer interfaces of one class than this, and a setup API that
+// never says so cannot hold the program.
+constexpr DWORD kMaxInterfaces = 65536;
 constexpr DWORD kPresentProfileInterfaces = DIGCF_PRESENT | DIGCF_PROFILE | DIGCF_DEVICEINTERFACE;  // 0x1A
 static_assert(kPresentProfileInterfaces == 0x1A);
 static_assert(sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W) == kDetailHeadSize);
@@ -66,7 +71,7 @@ class Win32Setup : public DeviceSetup {
     if (!detail.allocate(kFirstDetailSize)) return Found::failure(ERROR_NOT_ENOUGH_MEMORY);
 
     std::vector<Interface> found;
-    for (DWORD index = 0;; ++index) {
+    for (DWORD index = 0; index < kMaxInterfaces; ++index) {
       SP_DEVICE_INTERFACE_DATA data{};
       data.cbSize = sizeof(data);
       if (!::SetupDiEnumDeviceInterfaces(set.get(), nullptr, &guid, index, &data)) break;
@@ -75,8 +80,9 @@ class Win32Setup : public DeviceSetup {
       DWORD required = 0;
       BOOL ok = ::SetupDiGetDeviceInterfaceDetailW(set.get(), &data, detail.record(), detail.size(), &required, &device);
       if (!ok && ::GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
-        // One retry with the size the system asked for; it stays for later interfaces.
-        if (!detail.allocate(required)) return Found::failure(ERROR_NOT_ENOUGH_MEMORY);
+        // One retry with the size the system asked for (never less than the
+        // first, which holds the record's head); it stays for later interfaces.
+        if (!detail.allocate(std::max(required, kFirstDetailSize))) return Found::failure(ERROR_NOT_ENOUGH_MEMORY);
         ok = ::SetupDiGetDeviceInterfaceDetailW(set.get(), &data, detail.record(), detail.size(), &required, &device);
       }
       if (ok) found.push_back({index, detail.path()});

@@ -12,6 +12,11 @@ namespace vmd::win32 {
 namespace {
 
 constexpr DWORD kMemoryStatusSize = 64;  // sizeof(MEMORYSTATUSEX)
+// A provider that stops answering must not hold the command: each row is
+// waited for this long at most, and a machine has far fewer disk drives than
+// rows are read. Either limit reached counts as a query that failed.
+constexpr LONG kRowWaitMs = 60000;
+constexpr int kMaxRows = 4096;
 
 // A BSTR for the length of one call.
 class Bstr {
@@ -90,10 +95,13 @@ class Win32System : public SystemInfo {
         FAILED(hr))
       return failed(hr);
     std::vector<std::uint32_t> signatures;
-    for (;;) {
+    for (int n = 0;; ++n) {
+      if (n == kMaxRows) return failed(WBEM_E_FAILED);
       ComRef<IWbemClassObject> row;
       ULONG got = 0;
-      if (rows->Next(static_cast<LONG>(WBEM_INFINITE), 1, row.receive(), &got) != WBEM_S_NO_ERROR || got == 0) break;
+      const HRESULT hr = rows->Next(kRowWaitMs, 1, row.receive(), &got);
+      if (hr == WBEM_S_TIMEDOUT) return failed(hr);
+      if (hr != WBEM_S_NO_ERROR || got == 0) break;
       Variant signature;
       if (FAILED(row->Get(L"Signature", 0, signature.get(), nullptr, nullptr))) continue;
       const VARIANT& v = signature.value();
