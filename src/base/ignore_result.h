@@ -3,7 +3,7 @@
 // one is left unread by design, the call goes through here with the reason
 // nothing is lost by it:
 //
-//   ignoreResult(SetAutoMount(ctx, false), "restoring automatic mounting is best effort");
+//   ignoreResult(SetAutoMount(ctx, false), "a failure to put automatic mounting back is not reported");
 #pragma once
 
 #include <cstddef>
