@@ -1,0 +1,230 @@
+#include "sim/trace.h"
+
+#include <utility>
+
+namespace vmd::sim {
+
+namespace {
+
+constexpr char kDigits[] = "0123456789abcdef";
+constexpr char kUpperDigits[] = "0123456789ABCDEF";
+constexpr std::size_t kSpillBytes = 1 << 16;
+
+void appendHex32(std::string& s, std::uint32_t v) {
+  s += "0x";
+  for (int i = 7; i >= 0; --i) s += kDigits[(v >> (4 * i)) & 0xF];
+}
+
+}  // namespace
+
+std::string TraceLine::quote(std::string_view utf8) {
+  std::string s = "\"";
+  for (const char c : utf8) {
+    const auto b = static_cast<unsigned char>(c);
+    if (b < 0x20 || b == 0x7F || c == '%' || c == '"') {
+      s += '%';
+      s += kUpperDigits[b >> 4];
+      s += kUpperDigits[b & 15];
+    } else {
+      s += c;
+    }
+  }
+  s += '"';
+  return s;
+}
+
+TraceLine::TraceLine(std::string_view call, std::string_view target) {
+  body_.reserve(96);
+  body_ += call;
+  body_ += ' ';
+  body_ += quote(target);
+}
+
+TraceLine& TraceLine::field(std::string_view key, std::string_view value) {
+  body_ += ' ';
+  body_ += key;
+  body_ += '=';
+  body_ += value;
+  return *this;
+}
+
+TraceLine& TraceLine::number(std::string_view key, std::uint64_t value) {
+  return field(key, std::to_string(value));
+}
+
+TraceLine& TraceLine::signedNumber(std::string_view key, std::int64_t value) {
+  return field(key, std::to_string(value));
+}
+
+TraceLine& TraceLine::hex(std::string_view key, std::uint32_t value) {
+  std::string v;
+  appendHex32(v, value);
+  return field(key, v);
+}
+
+TraceLine& TraceLine::bytes(std::string_view key, const void* data, std::size_t size) {
+  body_ += ' ';
+  body_ += key;
+  body_ += '=';
+  const auto* p = static_cast<const std::uint8_t*>(data);
+  for (std::size_t i = 0; i < size; ++i) {
+    body_ += kDigits[p[i] >> 4];
+    body_ += kDigits[p[i] & 15];
+  }
+  return *this;
+}
+
+TraceLine& TraceLine::text(std::string_view key, std::string_view utf8) { return field(key, quote(utf8)); }
+
+TraceLine& TraceLine::ok() { return word("-> ok"); }
+
+TraceLine& TraceLine::failed() { return word("-> failed"); }
+
+TraceLine& TraceLine::error(std::uint32_t code) {
+  word("-> error");
+  body_ += ' ';
+  appendHex32(body_, code);
+  return *this;
+}
+
+TraceLine& TraceLine::word(std::string_view w) {
+  if (w.rfind("->", 0) == 0) result_ = true;
+  body_ += ' ';
+  body_ += w;
+  return *this;
+}
+
+TraceSink::TraceSink(std::FILE* out, std::function<std::uint64_t()> nowMs) : out_(out), nowMs_(std::move(nowMs)) {}
+
+void TraceSink::open(Call& call) {
+  call.ms = nowMs_();
+  open_.push_back(&call);
+}
+
+void TraceSink::closed(Call& call) {
+  for (auto it = open_.end(); it != open_.begin();) {
+    if (*--it == &call) {
+      open_.erase(it);
+      break;
+    }
+  }
+  if (!open_.empty()) return;
+  // The machine's own lines follow the call in which they happened.
+  std::vector<Held> events = std::move(queued_);
+  queued_.clear();
+  for (Held& e : events) emit(std::move(e));
+}
+
+void TraceSink::cancel(Call& call) { closed(call); }
+
+void TraceSink::injected(std::uint32_t error) {
+  if (open_.empty()) return;
+  open_.back()->injected = true;
+  open_.back()->injectedError = error;
+}
+
+void TraceSink::finish(Call& call, const TraceLine& line) {
+  std::string body = line.body();
+  if (call.injected) {
+    // The rule answered for the system: its error is the result.
+    if (!line.hasResult()) {
+      TraceLine r;
+      r.error(call.injectedError);
+      body += r.body();
+    }
+    body += " injected";
+  }
+  const std::uint64_t number = next_++;
+  emit({"#" + std::to_string(number) + " t=" + std::to_string(call.ms), number, call.ms, std::move(body)});
+  closed(call);
+}
+
+void TraceSink::event(const TraceLine& line) {
+  const std::uint64_t ms = nowMs_();
+  Held h{"* t=" + std::to_string(ms), 0, ms, line.body()};
+  if (!open_.empty()) queued_.push_back(std::move(h));
+  else emit(std::move(h));
+}
+
+void TraceSink::emit(Held line) {
+  if (period_ != 0) {
+    const Held& expected = recent_[recent_.size() - period_ + held_.size() % period_];
+    if (expected.body == line.body) {
+      held_.push_back(std::move(line));
+      return;
+    }
+    flushFold();
+  }
+  write(line);
+  recent_.push_back(std::move(line));
+  if (recent_.size() > 2 * kMaxPeriod) recent_.erase(recent_.begin());
+  // Two rounds alike: the rounds after them are held and folded.
+  for (std::size_t p = 1; p <= kMaxPeriod && 2 * p <= recent_.size(); ++p) {
+    bool same = true;
+    for (std::size_t i = 0; same && i < p; ++i)
+      same = recent_[recent_.size() - 1 - i].body == recent_[recent_.size() - 1 - p - i].body;
+    if (same) {
+      period_ = p;
+      break;
+    }
+  }
+}
+
+void TraceSink::flushFold() {
+  const std::size_t period = period_;
+  std::vector<Held> held = std::move(held_);
+  held_.clear();
+  period_ = 0;
+  const std::size_t rounds = held.size() / period;
+  std::size_t from = 0;
+  if (rounds >= 2) {
+    const std::size_t folded = rounds * period;
+    std::uint64_t first = 0, last = 0;
+    for (std::size_t i = 0; i < folded; ++i) {
+      if (held[i].number == 0) continue;
+      if (first == 0) first = held[i].number;
+      last = held[i].number;
+    }
+    const std::string numbers = first == 0 ? "*" : "#" + std::to_string(first) + "..#" + std::to_string(last);
+    TraceLine fold("Repeat", "");
+    fold.number("lines", period).number("rounds", rounds);
+    write({numbers + " t=" + std::to_string(held.front().ms) + ".." + std::to_string(held[folded - 1].ms), 0, 0,
+           fold.body()});
+    recent_.clear();
+    from = folded;
+  }
+  for (std::size_t i = from; i < held.size(); ++i) {
+    write(held[i]);
+    recent_.push_back(std::move(held[i]));
+  }
+  while (recent_.size() > 2 * kMaxPeriod) recent_.erase(recent_.begin());
+}
+
+void TraceSink::write(const Held& line) {
+  text_ += line.prefix;
+  text_ += ' ';
+  text_ += line.body;
+  text_ += '\n';
+  if (out_ && text_.size() >= kSpillBytes) spill();
+}
+
+void TraceSink::spill() {
+  if (!out_ || text_.empty()) return;
+  if (std::fwrite(text_.data(), 1, text_.size(), out_) != text_.size()) ok_ = false;
+  text_.clear();
+}
+
+bool TraceSink::close() {
+  if (period_ != 0) flushFold();
+  std::vector<Held> events = std::move(queued_);
+  queued_.clear();
+  for (Held& e : events) emit(std::move(e));
+  if (period_ != 0) flushFold();
+  if (out_) {
+    spill();
+    if (std::fflush(out_) != 0) ok_ = false;
+  }
+  return ok_;
+}
+
+}  // namespace vmd::sim
