@@ -310,10 +310,15 @@ std::optional<Bytes> FaultInjectingFiles::readHead(const std::wstring& path, std
 
 // The trace shows the three calls the interface stands for: the create, the
 // one write of every byte, and the close.
+constexpr std::uint32_t kCreateAlways = 2;
+
 std::uint32_t FaultInjectingFiles::writeWhole(const std::wstring& path, const Bytes& data) {
   const std::string p = toUtf8(path);
   TracedCall create(log_, calls::kCreateFileW, p);
-  if (create) create.line().hex("access", DeviceIo::GenericWrite).number("share", 0).number("disposition", 2);
+  if (create) {
+    create.line().hex("access", DeviceIo::GenericWrite).number("share", 0).number("disposition", kCreateAlways);
+    create.line().hex("flags", DeviceIo::AttributeNormal);
+  }
   if (log_.enter(calls::kCreateFileW, 0, p)) return syserr::OpenFailed;
   TracedCall write(log_, calls::kWriteFile, p);
   if (write) write.line().number("bytes", data.size()).bytes("data", data.data(), data.size());

@@ -261,11 +261,13 @@ class TracePattern:
         self.text = text
         self.kind = ""
         body = text.strip()
-        if body[:1] in ("!", ">"):
+        if body[:2] == "!!":
+            self.kind, body = "!!", body[2:].strip()
+        elif body[:1] in ("!", ">"):
             self.kind, body = body[0], body[1:].strip()
         self.changes = body == "changes"
         if self.changes:
-            if self.kind != "!":
+            if not self.kind.startswith("!"):
                 raise ValueError(f"'changes' is a pattern of '!' lines only: {text!r}")
             return
         args, arrow, result = body.partition("->")
@@ -280,12 +282,19 @@ class TracePattern:
             raise ValueError(f"a trace pattern's arguments are key=value: {text!r}")
         self.result = TOKEN.findall(result) if arrow else []
 
+    def target_matches(self, target):
+        if "*" not in self.target:
+            return target == self.target
+        # '*' inside the quotes stands for any run of characters.
+        parts = [re.escape(part) for part in self.target.split("*")]
+        return re.fullmatch(".*".join(parts), target, re.DOTALL) is not None
+
     def matches(self, e):
         if self.changes:
             return e.is_call and changes_machine(e)
         if self.call != "*" and e.call != self.call:
             return False
-        if self.target != "*" and e.target != self.target:
+        if self.target != "*" and not self.target_matches(e.target):
             return False
         if any(e.fields.get(k) != v for k, v in self.fields.items()):
             return False
@@ -310,22 +319,26 @@ def changes_machine(e):
 
 def trace_mismatch(expected, text):
     """None when the trace holds the expected lines in order (others between
-    allowed), `>` lines right after the line before them, and no `!` line
-    between the lines around it; else why not."""
+    allowed), `>` lines right after the line before them, no `!` line
+    between the lines around it and no `!!` line after the line before it;
+    else why not."""
     try:
         patterns = [TracePattern(l) for l in expected.split("\n") if l.strip() and not l.lstrip().startswith("#")]
         entries = read_trace(text)
     except ValueError as e:
         return f"trace: {e}\n"
-    # Each positive line, with the `!` lines of the gap before it.
-    steps, forbidden = [], []
+    # Each positive line, with the `!` lines of the gap before it and every
+    # `!!` line stated before it.
+    steps, forbidden, always = [], [], []
     for p in patterns:
-        if p.kind == "!":
+        if p.kind == "!!":
+            always.append(p)
+        elif p.kind == "!":
             forbidden.append(p)
         else:
-            steps.append((p, forbidden))
+            steps.append((p, forbidden + always))
             forbidden = []
-    tail = forbidden
+    tail = forbidden + always
 
     def clean(lo, hi, bans):
         return not any(b.matches(entries[i]) for b in bans for i in range(lo, hi))
