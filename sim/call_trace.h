@@ -69,7 +69,7 @@ class TracedCall {
   TracedCall(CallLog& log, const char* api, const std::string& target) : sink_(log.trace()) {
     if (sink_) {
       sink_->open(call_);
-      line_ = TraceLine(api, target);
+      line_ = sink_->line(api, target);
     }
   }
   TracedCall(const TracedCall&) = delete;
@@ -95,7 +95,7 @@ class TracedCall {
   }
 
   void finish() {
-    if (sink_) sink_->finish(call_, line_);
+    if (sink_) sink_->finish(call_, std::move(line_));
     sink_ = nullptr;
   }
   // The call was not made after all: no line.

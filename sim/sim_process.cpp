@@ -29,7 +29,7 @@ int StdinKeys::readKey() {
     TraceLine line(calls::kReadKey, "");
     if (key < 0) line.failed().word("end-of-input");
     else line.ok().text("key", toUtf8(std::wstring(1, static_cast<wchar_t>(key))));
-    trace->finish(call, line);
+    trace->finish(call, std::move(line));
   }
   return key;
 }

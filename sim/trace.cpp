@@ -1,5 +1,6 @@
 #include "sim/trace.h"
 
+#include <charconv>
 #include <utility>
 
 namespace vmd::sim {
@@ -11,33 +12,59 @@ constexpr char kUpperDigits[] = "0123456789ABCDEF";
 constexpr std::size_t kSpillBytes = 1 << 16;
 
 void appendHex32(std::string& s, std::uint32_t v) {
-  s += "0x";
-  for (int i = 7; i >= 0; --i) s += kDigits[(v >> (4 * i)) & 0xF];
+  char text[10] = {'0', 'x'};
+  for (int i = 0; i < 8; ++i) text[2 + i] = kDigits[(v >> (4 * (7 - i))) & 0xF];
+  s.append(text, sizeof text);
+}
+
+// The bytes a quoted text writes as %XX.
+struct Escaped {
+  bool byte[256] = {};
+  constexpr Escaped() {
+    for (int b = 0; b < 0x20; ++b) byte[b] = true;
+    byte[0x7F] = byte['%'] = byte['"'] = true;
+  }
+};
+constexpr Escaped kEscaped;
+
+// Runs of plain characters are appended whole: a trace line is mostly paths.
+void appendQuoted(std::string& out, std::string_view utf8) {
+  out += '"';
+  std::size_t from = 0;
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    const auto b = static_cast<unsigned char>(utf8[i]);
+    if (!kEscaped.byte[b]) continue;
+    out.append(utf8.data() + from, i - from);
+    const char escaped[3] = {'%', kUpperDigits[b >> 4], kUpperDigits[b & 15]};
+    out.append(escaped, 3);
+    from = i + 1;
+  }
+  out.append(utf8.data() + from, utf8.size() - from);
+  out += '"';
 }
 
 }  // namespace
 
 std::string TraceLine::quote(std::string_view utf8) {
-  std::string s = "\"";
-  for (const char c : utf8) {
-    const auto b = static_cast<unsigned char>(c);
-    if (b < 0x20 || b == 0x7F || c == '%' || c == '"') {
-      s += '%';
-      s += kUpperDigits[b >> 4];
-      s += kUpperDigits[b & 15];
-    } else {
-      s += c;
-    }
-  }
-  s += '"';
+  std::string s;
+  appendQuoted(s, utf8);
   return s;
 }
 
 TraceLine::TraceLine(std::string_view call, std::string_view target) {
-  body_.reserve(96);
+  body_.reserve(call.size() + target.size() + 160);
   body_ += call;
   body_ += ' ';
-  body_ += quote(target);
+  appendQuoted(body_, target);
+}
+
+TraceLine TraceLine::withQuoted(std::string_view call, std::string_view quotedTarget) {
+  TraceLine line;
+  line.body_.reserve(call.size() + quotedTarget.size() + 160);
+  line.body_ += call;
+  line.body_ += ' ';
+  line.body_ += quotedTarget;
+  return line;
 }
 
 TraceLine& TraceLine::field(std::string_view key, std::string_view value) {
@@ -66,15 +93,23 @@ TraceLine& TraceLine::bytes(std::string_view key, const void* data, std::size_t 
   body_ += ' ';
   body_ += key;
   body_ += '=';
+  const std::size_t at = body_.size();
+  body_.resize(at + 2 * size);
   const auto* p = static_cast<const std::uint8_t*>(data);
   for (std::size_t i = 0; i < size; ++i) {
-    body_ += kDigits[p[i] >> 4];
-    body_ += kDigits[p[i] & 15];
+    body_[at + 2 * i] = kDigits[p[i] >> 4];
+    body_[at + 2 * i + 1] = kDigits[p[i] & 15];
   }
   return *this;
 }
 
-TraceLine& TraceLine::text(std::string_view key, std::string_view utf8) { return field(key, quote(utf8)); }
+TraceLine& TraceLine::text(std::string_view key, std::string_view utf8) {
+  body_ += ' ';
+  body_ += key;
+  body_ += '=';
+  appendQuoted(body_, utf8);
+  return *this;
+}
 
 TraceLine& TraceLine::ok() { return word("-> ok"); }
 
@@ -101,6 +136,16 @@ void TraceSink::open(Call& call) {
   open_.push_back(&call);
 }
 
+TraceLine TraceSink::line(std::string_view call, std::string_view target) {
+  for (const Quoted& q : quoted_)
+    if (!q.quoted.empty() && q.target == target) return TraceLine::withQuoted(call, q.quoted);
+  Quoted& q = quoted_[nextQuoted_];
+  nextQuoted_ = (nextQuoted_ + 1) % quoted_.size();
+  q.target = target;
+  q.quoted = TraceLine::quote(target);
+  return TraceLine::withQuoted(call, q.quoted);
+}
+
 void TraceSink::closed(Call& call) {
   for (auto it = open_.end(); it != open_.begin();) {
     if (*--it == &call) {
@@ -123,19 +168,21 @@ void TraceSink::injected(std::uint32_t error) {
   open_.back()->injectedError = error;
 }
 
-void TraceSink::finish(Call& call, const TraceLine& line) {
-  std::string body = line.body();
+void TraceSink::finish(Call& call, TraceLine line) {
   if (call.injected) {
     // The rule answered for the system: its error is the result.
-    if (!line.hasResult()) {
-      TraceLine r;
-      r.error(call.injectedError);
-      body += r.body();
-    }
-    body += " injected";
+    if (!line.hasResult()) line.error(call.injectedError);
+    line.word("injected");
   }
+  std::string body = std::move(line).take();
   const std::uint64_t number = next_++;
-  emit({"#" + std::to_string(number) + " t=" + std::to_string(call.ms), number, call.ms, std::move(body)});
+  char prefix[48] = "#";
+  char* end = std::to_chars(prefix + 1, prefix + 24, number).ptr;
+  *end++ = ' ';
+  *end++ = 't';
+  *end++ = '=';
+  end = std::to_chars(end, prefix + sizeof prefix, call.ms).ptr;
+  emit({std::string(prefix, end), number, call.ms, std::move(body)});
   closed(call);
 }
 
@@ -146,23 +193,30 @@ void TraceSink::event(const TraceLine& line) {
   else emit(std::move(h));
 }
 
+const TraceSink::Held& TraceSink::recent(std::size_t back) const {
+  return recent_[(recentEnd_ + kRecent - 1 - back) % kRecent];
+}
+
+void TraceSink::remember(Held line) {
+  recent_[recentEnd_] = std::move(line);
+  recentEnd_ = (recentEnd_ + 1) % kRecent;
+  if (recentCount_ < kRecent) ++recentCount_;
+}
+
 void TraceSink::emit(Held line) {
   if (period_ != 0) {
-    const Held& expected = recent_[recent_.size() - period_ + held_.size() % period_];
-    if (expected.body == line.body) {
+    if (recent(period_ - 1 - held_.size() % period_).body == line.body) {
       held_.push_back(std::move(line));
       return;
     }
     flushFold();
   }
   write(line);
-  recent_.push_back(std::move(line));
-  if (recent_.size() > 2 * kMaxPeriod) recent_.erase(recent_.begin());
+  remember(std::move(line));
   // Two rounds alike: the rounds after them are held and folded.
-  for (std::size_t p = 1; p <= kMaxPeriod && 2 * p <= recent_.size(); ++p) {
+  for (std::size_t p = 1; p <= kMaxPeriod && 2 * p <= recentCount_; ++p) {
     bool same = true;
-    for (std::size_t i = 0; same && i < p; ++i)
-      same = recent_[recent_.size() - 1 - i].body == recent_[recent_.size() - 1 - p - i].body;
+    for (std::size_t i = 0; same && i < p; ++i) same = recent(i).body == recent(p + i).body;
     if (same) {
       period_ = p;
       break;
@@ -190,14 +244,13 @@ void TraceSink::flushFold() {
     fold.number("lines", period).number("rounds", rounds);
     write({numbers + " t=" + std::to_string(held.front().ms) + ".." + std::to_string(held[folded - 1].ms), 0, 0,
            fold.body()});
-    recent_.clear();
+    recentCount_ = 0;
     from = folded;
   }
   for (std::size_t i = from; i < held.size(); ++i) {
     write(held[i]);
-    recent_.push_back(std::move(held[i]));
+    remember(std::move(held[i]));
   }
-  while (recent_.size() > 2 * kMaxPeriod) recent_.erase(recent_.begin());
 }
 
 void TraceSink::write(const Held& line) {

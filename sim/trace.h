@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <array>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -19,6 +20,8 @@ class TraceLine {
  public:
   TraceLine() = default;
   TraceLine(std::string_view call, std::string_view target);
+  // The same with the target already quoted.
+  static TraceLine withQuoted(std::string_view call, std::string_view quotedTarget);
 
   // key=value, the value written as given (it holds no blank).
   TraceLine& field(std::string_view key, std::string_view value);
@@ -37,6 +40,7 @@ class TraceLine {
 
   bool hasResult() const { return result_; }
   const std::string& body() const { return body_; }
+  std::string take() && { return std::move(body_); }
 
   // A target or text value as the trace writes it, with its quotes.
   static std::string quote(std::string_view utf8);
@@ -67,10 +71,13 @@ class TraceSink {
   };
   // The call starts now; it is the innermost until it is finished.
   void open(Call& call);
+  // A call's line begun: its name and quoted target. The last targets are
+  // kept quoted, as one path comes back for its open, request and close.
+  TraceLine line(std::string_view call, std::string_view target);
   // Writes its line with the next number (lines are numbered in the order
   // written). A call failed by a rule and given no result of its own gets
   // the rule's error; either way it is marked "injected".
-  void finish(Call& call, const TraceLine& line);
+  void finish(Call& call, TraceLine line);
   // A call that turned out not to be made: no line.
   void cancel(Call& call);
   // A fault rule fails the innermost call.
@@ -102,13 +109,25 @@ class TraceSink {
   std::vector<Call*> open_;
   std::vector<Held> queued_;  // events while a call is open
 
-  // Folding: the last lines written, and the rounds of a repeat being held.
+  // Folding: the last lines written (a ring), and the rounds of a repeat
+  // being held.
   static constexpr std::size_t kMaxPeriod = 8;
-  std::vector<Held> recent_;
+  static constexpr std::size_t kRecent = 2 * kMaxPeriod;
+  const Held& recent(std::size_t back) const;  // 0: the last line written
+  void remember(Held line);
+  std::array<Held, kRecent> recent_;
+  std::size_t recentCount_ = 0;
+  std::size_t recentEnd_ = 0;
   std::size_t period_ = 0;        // 0: not folding
   std::vector<Held> held_;        // lines of the repeat not yet written
   std::string text_;
   bool ok_ = true;
+
+  struct Quoted {
+    std::string target, quoted;
+  };
+  std::array<Quoted, 4> quoted_;
+  std::size_t nextQuoted_ = 0;
 };
 
 }  // namespace vmd::sim
