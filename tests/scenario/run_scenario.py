@@ -257,8 +257,8 @@ def read_trace(text):
 class TracePattern:
     """One line of a `trace` section: `[!|>] Call "target" [key=value...] [-> result...]`."""
 
-    def __init__(self, text):
-        self.text = text
+    def __init__(self, text, number=0):
+        self.text, self.number = text, number
         self.kind = ""
         body = text.strip()
         if body[:2] == "!!":
@@ -323,7 +323,8 @@ def trace_mismatch(expected, text):
     between the lines around it and no `!!` line after the line before it;
     else why not."""
     try:
-        patterns = [TracePattern(l) for l in expected.split("\n") if l.strip() and not l.lstrip().startswith("#")]
+        patterns = [TracePattern(l, n) for n, l in enumerate(expected.split("\n"), 1)
+                    if l.strip() and not l.lstrip().startswith("#")]
         entries = read_trace(text)
     except ValueError as e:
         return f"trace: {e}\n"
@@ -340,8 +341,16 @@ def trace_mismatch(expected, text):
             forbidden = []
     tail = forbidden + always
 
-    def clean(lo, hi, bans):
-        return not any(b.matches(entries[i]) for b in bans for i in range(lo, hi))
+    blocked = {}  # step: (the `!` pattern, the line it forbids) that kept it from its match
+
+    def clean(lo, hi, bans, step=None):
+        for i in range(lo, hi):
+            for b in bans:
+                if b.matches(entries[i]):
+                    if step is not None:
+                        blocked.setdefault(step, (b, entries[i]))
+                    return False
+        return True
 
     best = [0]
     failed = set()
@@ -350,7 +359,7 @@ def trace_mismatch(expected, text):
         """True when steps[step:] fit from entry `start` on."""
         best[0] = max(best[0], step)
         if step == len(steps):
-            return clean(start, len(entries), tail)
+            return clean(start, len(entries), tail, step)
         if (step, start) in failed:
             return False
         p, bans = steps[step]
@@ -364,7 +373,7 @@ def trace_mismatch(expected, text):
         for i in candidates:
             if not p.matches(entries[i]):
                 continue
-            if not clean(start, i, bans):
+            if not clean(start, i, bans, step):
                 break  # a later match would pass the banned line too
             if place(step + 1, i + 1):
                 return True
@@ -373,8 +382,14 @@ def trace_mismatch(expected, text):
 
     if place(0, 0):
         return None
-    why = f"trace: no match for line {best[0] + 1} of the section: {steps[best[0]][0].text.strip()!r}" \
-        if best[0] < len(steps) else "trace: a '!' line after the last one matches"
+    if best[0] < len(steps):
+        p = steps[best[0]][0]
+        why = f"trace: no match for line {p.number} of the trace section: {p.text.strip()!r}"
+    else:
+        why = "trace: the lines after the last one matched break a '!' line"
+    if best[0] in blocked:
+        ban, line = blocked[best[0]]
+        why += f"\n  line {ban.number} of the section ({ban.text.strip()!r}) forbids this line, found where it holds:\n    {line.text}"
     shown = "".join("  " + e.text + "\n" for e in entries[:400])
     more = f"  ... {len(entries) - 400} more\n" if len(entries) > 400 else ""
     return f"{why}\n  (the sequence up to there fits; other lines may come between, '!' lines may not)\n" \
