@@ -104,7 +104,10 @@ void describe(TraceLine& l, const std::optional<std::vector<std::uint32_t>>& r) 
     return;
   }
   std::string list;
-  for (std::uint32_t s : *r) list += (list.empty() ? "" : ",") + hex32(s);
+  for (std::uint32_t s : *r) {
+    if (!list.empty()) list += ',';
+    list += hex32(s);
+  }
   l.ok().number("count", r->size()).field("signatures", list);
 }
 

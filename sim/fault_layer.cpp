@@ -149,7 +149,7 @@ void FaultInjectingProcess::comUninitialize() {
 
 std::optional<std::vector<DeviceSetup::Interface>> FaultInjectingSetup::presentInterfaces(const InterfaceClass& cls,
                                                                                          Scope scope) {
-  TracedCall t(log_, calls::kSetupDiGetClassDevsW, interfaceClassText(cls));
+  TracedCall t(log_, calls::kSetupDiGetClassDevsW, log_.trace() ? interfaceClassText(cls) : std::string());
   if (t) t.line().field("scope", scope == Scope::FirstOnly ? "first" : "all");
   if (log_.enter(calls::kSetupDiGetClassDevsW, 0, "")) return std::nullopt;
   std::optional<std::vector<Interface>> found = inner_.presentInterfaces(cls, scope);
@@ -450,7 +450,7 @@ void FaultInjectingClock::sleep(std::uint32_t milliseconds) {
 
 std::int32_t FaultInjectingBroadcast::broadcast(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam,
                                                 const Bytes& record) {
-  TracedCall t(log_, calls::kBroadcastSystemMessageW, broadcastTarget(record));
+  TracedCall t(log_, calls::kBroadcastSystemMessageW, log_.trace() ? broadcastTarget(record) : std::string());
   if (t) {
     t.line().hex("flags", flags).hex("message", message).hex("wParam", static_cast<std::uint32_t>(wParam));
     t.line().bytes("record", record.data(), record.size());

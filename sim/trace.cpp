@@ -239,11 +239,20 @@ void TraceSink::flushFold() {
       if (first == 0) first = held[i].number;
       last = held[i].number;
     }
-    const std::string numbers = first == 0 ? "*" : "#" + std::to_string(first) + "..#" + std::to_string(last);
+    std::string prefix = "*";
+    if (first != 0) {
+      prefix = "#";
+      prefix += std::to_string(first);
+      prefix += "..#";
+      prefix += std::to_string(last);
+    }
+    prefix += " t=";
+    prefix += std::to_string(held.front().ms);
+    prefix += "..";
+    prefix += std::to_string(held[folded - 1].ms);
     TraceLine fold("Repeat", "");
     fold.number("lines", period).number("rounds", rounds);
-    write({numbers + " t=" + std::to_string(held.front().ms) + ".." + std::to_string(held[folded - 1].ms), 0, 0,
-           fold.body()});
+    write({std::move(prefix), 0, 0, fold.body()});
     recentCount_ = 0;
     from = folded;
   }
