@@ -71,6 +71,25 @@ def trace_lines(sim, tmp):
     check("the new disk's arrival is shown after the sleep it fell in", "* t=2000 DiskArrived " in text)
 
 
+def documented_example(sim, tmp):
+    """docs/simulator.md shows the trace of del 0 on a disk with one volume:
+    the program must still write exactly that."""
+    docs = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs", "simulator.md")
+    with open(docs, encoding="utf-8") as f:
+        text = f.read()
+    start = text.index("```\n#1 t=0 InitFramework") + 4
+    shown = text[start:text.index("```", start)]
+    state = os.path.join(tmp, "example.json")
+    trace = os.path.join(tmp, "example.txt")
+    with open(state, "w") as f:
+        f.write('{"controller": {"disks": [{"index": 0, "size": 268435456, "signature": "0x12345678", '
+                '"settings": {"driveLetter": "R"}}]}, "volumes": [{"disk": 0, "mountPoints": ["R:\\\\"]}]}')
+    p = simulator(sim, "--sim-state", state, "--sim-argv0", "vmdctl", "--sim-trace", trace, "del", "0", keys=b"y")
+    with open(trace, encoding="utf-8") as f:
+        written = f.read()
+    check("the documented trace of del 0 is the one the program writes", p.returncode == 0 and written == shown)
+
+
 TRACE = "\n".join([
     '#1 t=0 DeviceIoControl "ctl" code=RemoveDisk in=10000000100000000000000000010000 out=0 -> ok returned=0',
     '#2 t=0 ReadKey "" -> ok key="y"',
@@ -134,6 +153,7 @@ def main():
     with tempfile.TemporaryDirectory() as tmp:
         unwritable_trace_refused(sim, tmp)
         trace_lines(sim, tmp)
+        documented_example(sim, tmp)
     trace_patterns()
     print(f"{len(failures)} failed" if failures else "all passed")
     return 1 if failures else 0
