@@ -22,7 +22,7 @@ struct Escaped {
   bool byte[256] = {};
   constexpr Escaped() {
     for (int b = 0; b < 0x20; ++b) byte[b] = true;
-    byte[0x7F] = byte['%'] = byte['"'] = true;
+    byte[0x7F] = byte[0x25] = byte[0x22] = true;  // DEL, '%' and '"'
   }
 };
 constexpr Escaped kEscaped;
