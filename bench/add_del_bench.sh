@@ -14,8 +14,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 find_sim "${1:-}"
 runs=${2:-20}
 
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+make_work
 base=$work/base.json
 state=$work/machine.json
 

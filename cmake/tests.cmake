@@ -22,6 +22,11 @@ foreach(scn ${SCENARIOS})
            COMMAND ${Python3_EXECUTABLE} ${SCENARIO_RUNNER} --sim $<TARGET_FILE:vmdctl-sim> ${scn})
 endforeach()
 
+# The request trace itself: a trace file that cannot be written, the trace's
+# own lines, and the runner's trace patterns.
+add_test(NAME scenario.trace_checks
+         COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/scenario/trace_checks.py $<TARGET_FILE:vmdctl-sim>)
+
 if(VMDCTL_WIN_BUILD_DIR)
   set(WINE_PREFIX ${CMAKE_BINARY_DIR}/wineprefix)
   # One prefix for the whole run: creating it costs seconds.

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "sim/trace.h"
 
 namespace vmd::sim {
 
@@ -53,6 +54,13 @@ inline constexpr const char* kGetSystemWindowsDirectoryW = "GetSystemWindowsDire
 inline constexpr const char* kWmiQuery = "WmiQuery";
 inline constexpr const char* kBroadcastSystemMessageW = "BroadcastSystemMessageW";
 inline constexpr const char* kSleep = "Sleep";
+// Only in the trace: calls that are neither counted nor failed.
+inline constexpr const char* kCloseHandle = "CloseHandle";
+inline constexpr const char* kRegCloseKey = "RegCloseKey";
+inline constexpr const char* kGetSystemTime = "GetSystemTime";
+inline constexpr const char* kGetSystemTimeAsFileTime = "GetSystemTimeAsFileTime";
+inline constexpr const char* kReadKey = "ReadKey";
+inline constexpr const char* kPathIsDirectoryW = "PathIsDirectoryW";
 
 // Every call a rule may fail (the others are only counted).
 inline constexpr const char* kFailable[] = {
@@ -104,6 +112,14 @@ class CallLog {
   // Counters and last values of what the program asked (opens, requests, ...).
   virtual void count(const std::string& group, const std::string& key) = 0;
   virtual void note(const std::string& group, const std::string& key, const std::string& value) = 0;
+
+  // The request trace of this run, or null: with none, the decorators test
+  // this one pointer and do nothing more. A rule that fails a call tells it.
+  TraceSink* trace() const { return trace_; }
+  void setTrace(TraceSink* sink) { trace_ = sink; }
+
+ protected:
+  TraceSink* trace_ = nullptr;
 };
 
 // A CallLog over a list of rules alone, e.g. around the Win32 services.
@@ -234,12 +250,12 @@ class FaultInjectingSystem : public SystemInfo {
   CallLog& log_;
 };
 
-// The clock cannot fail: sleeping is only counted.
+// The clock cannot fail: sleeping is only counted (and traced, as the time is).
 class FaultInjectingClock : public Clock {
  public:
   FaultInjectingClock(Clock& inner, CallLog& log) : inner_(inner), log_(log) {}
-  SystemTime systemTime() override { return inner_.systemTime(); }
-  std::uint64_t systemTimeAsFileTime() override { return inner_.systemTimeAsFileTime(); }
+  SystemTime systemTime() override;
+  std::uint64_t systemTimeAsFileTime() override;
   void sleep(std::uint32_t milliseconds) override;
 
  private:

@@ -103,7 +103,9 @@ void Machine::edit(const std::function<void(json&)>& change) {
 std::optional<std::uint32_t> Machine::enter(std::string_view api, std::uint32_t code, const std::string& path) {
   tick();
   count("api", std::string(api));
-  return matchFault(api, code, path);
+  const std::optional<std::uint32_t> e = matchFault(api, code, path);
+  if (e && trace_) trace_->injected(*e);
+  return e;
 }
 
 std::optional<std::uint32_t> Machine::matchFault(std::string_view api, std::uint32_t code, const std::string& path) {

@@ -52,6 +52,8 @@ class SimHost : public HostHooks {
   void assignLetter(Volume& v, const DiskFacts& disk);
 
  private:
+  std::uint32_t storeFile(const std::string& path, const RecordBytes& head, std::uint64_t size);
+
   Machine& m_;
 };
 

@@ -1,6 +1,7 @@
 // vmdctl-sim: the program run against the simulated machine.
 //
-//   vmdctl-sim [--sim-state FILE] [--sim-reset] [--sim-restart] [--sim-argv0 NAME] <command> [<option>...]
+//   vmdctl-sim [--sim-state FILE] [--sim-reset] [--sim-restart] [--sim-argv0 NAME] [--sim-trace FILE]
+//              <command> [<option>...]
 //   vmdctl-sim [--sim-state FILE] --sim-restart
 //
 // The machine's state is read from FILE (default: $VMDCTL_SIM_STATE, else
@@ -9,9 +10,16 @@
 // starts from the default machine. --sim-argv0 sets the program path the
 // command sees as argv[0] (default: this executable's path, with '/' as '\').
 // --sim-restart starts the machine again before the command; without a
-// command it only restarts the machine and writes it back.
+// command it only restarts the machine and writes it back. --sim-trace
+// writes every call the program makes to FILE (docs/simulator.md, "The
+// request trace"); a FILE that cannot be written stops the run before the
+// command, with the machine untouched.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,10 +38,20 @@ std::string defaultStatePath() {
   return dir + "/.vmdctl-sim.json";
 }
 
+// Binary: the trace is the same bytes, "\n" line ends, on every build.
+std::FILE* openForWriting(const std::wstring& path) {
+#ifdef _WIN32
+  return _wfopen(path.c_str(), L"wb");
+#else
+  return std::fopen(vmd::toUtf8(path).c_str(), "wb");
+#endif
+}
+
 int simMain(std::vector<std::wstring> args) {
   std::string statePath = defaultStatePath();
   bool reset = false;
   bool restart = false;
+  std::optional<std::wstring> tracePath;
   std::wstring argv0 = args.empty() ? L"vmdctl-sim" : args[0];
   for (wchar_t& c : argv0)
     if (c == L'/') c = L'\\';
@@ -46,8 +64,9 @@ int simMain(std::vector<std::wstring> args) {
     } else if (a == L"--sim-restart") {
       restart = true;
       ++first;
-    } else if ((a == L"--sim-state" || a == L"--sim-argv0") && first + 1 < args.size()) {
+    } else if ((a == L"--sim-state" || a == L"--sim-argv0" || a == L"--sim-trace") && first + 1 < args.size()) {
       if (a == L"--sim-state") statePath = vmd::toUtf8(args[first + 1]);
+      else if (a == L"--sim-trace") tracePath = args[first + 1];
       else argv0 = args[first + 1];
       first += 2;
     } else {
@@ -62,16 +81,42 @@ int simMain(std::vector<std::wstring> args) {
     std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
     return 65;
   }
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> traceFile(nullptr, std::fclose);
+  std::unique_ptr<vmd::sim::TraceSink> trace;
+  if (tracePath) {
+    traceFile.reset(openForWriting(*tracePath));
+    if (!traceFile) {
+      std::fprintf(stderr, "vmdctl-sim: cannot write the trace file %s: %s\n", vmd::toUtf8(*tracePath).c_str(),
+                   std::strerror(errno));
+      return 64;
+    }
+    trace = std::make_unique<vmd::sim::TraceSink>(traceFile.get(), [&machine] { return machine.nowMs(); });
+    machine.setTrace(trace.get());
+  }
+  // Written out before the state is saved: what the machine settles then is
+  // not the program's doing. False when the file could not take it all.
+  auto endTrace = [&]() {
+    if (!trace) return true;
+    machine.setTrace(nullptr);
+    const bool written = trace->close();
+    return std::fclose(traceFile.release()) == 0 && written;
+  };
+  auto traceFailed = [&]() {
+    std::fprintf(stderr, "vmdctl-sim: writing the trace file %s failed\n", vmd::toUtf8(*tracePath).c_str());
+    return 64;
+  };
+
   machine.stats = vmd::sim::json::object();
   if (restart) machine.restart();
   if (restart && first == args.size()) {
+    const bool traced = endTrace();
     try {
       machine.save(statePath);
     } catch (const std::exception& e) {
       std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
       return 65;
     }
-    return 0;
+    return traced ? 0 : traceFailed();
   }
 
   std::vector<std::wstring> programArgs{argv0};
@@ -89,13 +134,14 @@ int simMain(std::vector<std::wstring> args) {
     std::fflush(stdout);
     if (sim.io.openHandles() != 0) machine.stats["leakedHandles"] = sim.io.openHandles();
   }
+  const bool traced = endTrace();
   try {
     machine.save(statePath);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
     return 65;
   }
-  return rc;
+  return traced ? rc : traceFailed();
 }
 
 }  // namespace

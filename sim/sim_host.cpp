@@ -44,6 +44,10 @@ ByteString mountedDeviceData(std::uint32_t signature) {
   return d;
 }
 
+std::string diskDevice(std::uint8_t index) { return "\\\\.\\VelmoRdDevPort0Target" + std::to_string(index); }
+
+std::string letterText(char16_t letter) { return letter ? std::string(1, static_cast<char>(letter)) : ""; }
+
 }  // namespace
 
 Volume derivedVolume(const DiskFacts& disk) {
@@ -64,7 +68,7 @@ Volume derivedVolume(const DiskFacts& disk) {
   v.props.totalBytes = bytes;
   v.props.freeBytes = bytes - bytes / 64;  // the file system's own structures take a little
   if (disk.directIo) {
-    v.devicePath = "\\\\.\\VelmoRdDevPort0Target" + std::to_string(disk.index);
+    v.devicePath = diskDevice(disk.index);
   } else {
     v.extents = {{disk.diskNumber, kPartitionOffset, bytes}};
   }
@@ -91,6 +95,12 @@ void SimHost::diskArrived(const DiskFacts& disk) {
   Volume v = derivedVolume(disk);
   assignLetter(v, disk);
   w.volumes.push_back(v);
+  if (TraceSink* t = m_.trace()) {
+    TraceLine line("DiskArrived", diskDevice(disk.index));
+    line.text("volume", v.name);
+    if (!v.mountPoints.empty()) line.text("mountPoint", v.mountPoints.front());
+    t->event(line);
+  }
 }
 
 void SimHost::assignLetter(Volume& v, const DiskFacts& disk) {
@@ -131,9 +141,14 @@ void SimHost::diskRemoved(std::uint8_t index) {
   World& w = m_.world;
   for (auto it = w.volumes.begin(); it != w.volumes.end();)
     it = (it->disk && *it->disk == index) ? w.volumes.erase(it) : it + 1;
+  if (TraceSink* t = m_.trace()) t->event(TraceLine("DiskGone", diskDevice(index)));
 }
 
 bool SimHost::diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t newLetter) {
+  if (TraceSink* t = m_.trace()) {
+    TraceLine line("DiskLetterChanged", diskDevice(index));
+    t->event(line.text("old", letterText(oldLetter)).text("new", letterText(newLetter)));
+  }
   for (Volume& v : m_.world.volumes) {
     if (!v.disk || *v.disk != index) continue;
     const char o = upperLetter(static_cast<char>(oldLetter));
@@ -160,6 +175,11 @@ std::optional<std::uint8_t> SimHost::dosDeviceOwner(char16_t letter) {
 
 void SimHost::diskReinitialized(const DiskFacts& disk) {
   const Volume fresh = derivedVolume(disk);
+  if (TraceSink* t = m_.trace()) {
+    TraceLine line("DiskReinitialized", diskDevice(disk.index));
+    line.text("fileSystem", fresh.props.fileSystem.value_or("")).text("label", fresh.props.label.value_or(""));
+    t->event(line.hex("serial", fresh.props.serial.value_or(0)));
+  }
   for (Volume& v : m_.world.volumes) {
     if (!v.disk || *v.disk != disk.index) continue;
     v.props.fileSystem = fresh.props.fileSystem;  // none for a file system the system cannot read
@@ -175,6 +195,16 @@ void SimHost::diskReinitialized(const DiskFacts& disk) {
 
 std::uint32_t SimHost::writeFile(const std::u16string& path16, const RecordBytes& head, std::uint64_t size) {
   const std::string path = toUtf8(std::wstring(path16.begin(), path16.end()));
+  const std::uint32_t error = storeFile(path, head, size);
+  if (TraceSink* t = m_.trace()) {
+    TraceLine line("ImageWritten", path);
+    line.number("size", size).bytes("head", head.data(), head.size());
+    t->event(error ? line.error(error) : line.ok());
+  }
+  return error;
+}
+
+std::uint32_t SimHost::storeFile(const std::string& path, const RecordBytes& head, std::uint64_t size) {
   for (FileEntry& f : m_.world.files) {
     if (!sameNoCase(f.path, path)) continue;
     if (f.directory || (f.attributes && (*f.attributes & 0x11))) return 5;

@@ -19,6 +19,20 @@ SysStatus SimProcess::comInitialize() { return SysStatus::success(); }
 void SimProcess::comUninitialize() {}
 
 int StdinKeys::readKey() {
+  TraceSink* trace = m_.trace();
+  TraceSink::Call call;
+  if (trace) trace->open(call);
+  const int key = readFromInput();
+  if (trace) {
+    TraceLine line(calls::kReadKey, "");
+    if (key < 0) line.failed().word("end-of-input");
+    else line.ok().text("key", toUtf8(std::wstring(1, static_cast<wchar_t>(key))));
+    trace->finish(call, std::move(line));
+  }
+  return key;
+}
+
+int StdinKeys::readFromInput() {
   int b = std::fgetc(in_);
   if (b == EOF) {
     m_.count("keys", "end-of-input");

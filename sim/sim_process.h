@@ -27,13 +27,16 @@ class SimProcess : public ProcessEnvironment {
 
 // Keys are read from standard input, one character (UTF-8) per key; the end
 // of input reads as a key that is not Y. Each key read is logged in
-// stats.keys, so tests can tell a prompt that was shown from one that was not.
+// stats.keys, so tests can tell a prompt that was shown from one that was
+// not, and in the request trace as ReadKey.
 class StdinKeys : public KeyReader {
  public:
   StdinKeys(Machine& m, std::FILE* in) : m_(m), in_(in) {}
   int readKey() override;
 
  private:
+  int readFromInput();
+
   Machine& m_;
   std::FILE* in_;
 };
