@@ -7,6 +7,9 @@
 namespace vmd::sim {
 
 struct StateFile {
+  // The JSON document of a state file's text; throws LoadError naming the
+  // line and column of what is not JSON.
+  static json parse(const std::string& text);
   // Lays `state` over the machine's standard world; throws LoadError.
   static void read(Machine& m, const json& state);
   static json write(const Machine& m);

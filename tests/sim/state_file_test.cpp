@@ -94,6 +94,22 @@ TEST(SimStateFile, DiskMarkedWithoutVolumeHasNone) {
   EXPECT_EQ(m.toJson()["controller"]["disks"][0]["volume"], false);
 }
 
+TEST(SimStateFile, TextThatIsNoJsonIsRefusedByLineAndColumn) {
+  refused("{\n \"x\": [1,\n  2,, 3]}", "line 3, column 5: syntax error while parsing value - unexpected ','; expected '[', '{', or a literal");
+  refused("", "line 1, column 1: syntax error while parsing value - unexpected end of input; expected '[', '{', or a literal");
+}
+
+TEST(SimStateFile, NumberNoDoubleHoldsIsRefusedByLineAndColumn) {
+  refused(R"({"clock": {"fileTime": 1e999}})", "line 1, column 24: number overflow parsing '1e999'");
+}
+
+// A refusal stays one readable line, whatever the file holds.
+TEST(SimStateFile, ControlCharactersInARefusalAreWrittenAsBytes) {
+  refused(R"({"host": {"os\nx": 1}})", "host.os\\x0ax: unknown key");
+  refused("{\"host\": \"\x7f\xff\"}", "line 1, column 12: syntax error while parsing value - invalid string: "
+                                            "ill-formed UTF-8 byte; last read: '\"\\x7f\\xff'");
+}
+
 TEST(SimStateFile, UnknownKeyInDiskSettingsIsRefusedByItsPlace) {
   refused(R"({"controller": {"disks": [{"index": 0, "settings": {"volumeLable": "X"}}]}})",
           "controller.disks[0].settings.volumeLable: unknown key");
