@@ -149,6 +149,7 @@ RegValue readRegValue(const std::string& name, const json& j, const std::string&
   const std::string type = f.text("type", "REG_DWORD");
   if (type == "REG_DWORD") {
     r.type = kRegDword;
+    if (!f.has("data")) Fields::fail(f.place("data"), "a REG_DWORD value needs its data");
     dword(f.raw("data"), f.place("data"));
   } else if (type == "REG_BINARY") {
     r.type = kRegBinary;
@@ -278,6 +279,7 @@ Fields::Fields(const json& object, std::string where) : o_(object), where_(std::
 }
 
 const json& Fields::raw(const char* key) {
+  if (!has(key)) fail(place(key), "missing");
   read_.emplace_back(key);
   return o_.at(key);
 }
@@ -364,7 +366,7 @@ char16_t Fields::letter(const char* key, char16_t otherwise) {
 void Fields::done() const {
   for (auto it = o_.begin(); it != o_.end(); ++it)
     if (std::find(read_.begin(), read_.end(), it.key()) == read_.end())
-      fail(place(it.key().c_str()), "unknown key");
+      fail(place(it.key()), "unknown key");
 }
 
 BroadcastLog BroadcastLog::of(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, ByteString record) {

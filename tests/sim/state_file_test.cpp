@@ -54,6 +54,10 @@ TEST(SimStateFile, VolumeOnADrivesLetterIsRefused) {
           "volumes[0].mountPoints: C: is the letter of another volume or drive");
 }
 
+TEST(SimStateFile, DwordValueWithoutDataIsRefused) {
+  refused(R"({"registry": {"K": {"v": {"type": "REG_DWORD"}}}})", "registry.K.v.data: a REG_DWORD value needs its data");
+}
+
 TEST(SimStateFile, UnknownSchemaIsRefused) {
   refused(R"({"schema": 7})", "schema: 7 is not a schema this simulator reads (1 or 2)");
 }
@@ -106,6 +110,7 @@ TEST(SimStateFile, NumberNoDoubleHoldsIsRefusedByLineAndColumn) {
 // A refusal stays one readable line, whatever the file holds.
 TEST(SimStateFile, ControlCharactersInARefusalAreWrittenAsBytes) {
   refused(R"({"host": {"os\nx": 1}})", "host.os\\x0ax: unknown key");
+  refused(R"({"": 1})", "\"\": unknown key");
   refused("{\"host\": \"\x7f\xff\"}", "line 1, column 12: syntax error while parsing value - invalid string: "
                                             "ill-formed UTF-8 byte; last read: '\"\\x7f\\xff'");
 }
