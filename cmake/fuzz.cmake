@@ -32,16 +32,27 @@ function(vmd_add_fuzz_target name source)
   if(IS_DIRECTORY ${CMAKE_SOURCE_DIR}/tests/fuzz/corpus/${name})
     set(seeds ${CMAKE_SOURCE_DIR}/tests/fuzz/corpus/${name})
   endif()
+  # A target's dictionary (tests/fuzz/<name>.dict) holds the words of its input's format.
+  set(dict)
+  if(EXISTS ${CMAKE_SOURCE_DIR}/tests/fuzz/${name}.dict)
+    set(dict -dict=${CMAKE_SOURCE_DIR}/tests/fuzz/${name}.dict)
+  endif()
   add_test(NAME fuzz.${name}
            COMMAND fuzz_${name} -max_total_time=${VMDCTL_FUZZ_SECONDS} -runs=${VMDCTL_FUZZ_RUNS}
-                   -print_final_stats=1 ${work} ${seeds})
+                   -print_final_stats=1 ${dict} ${work} ${seeds})
   set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 300)
 endfunction()
 
 vmd_add_fuzz_target(settings_record ${CMAKE_SOURCE_DIR}/tests/fuzz/settings_record_fuzz.cpp)
 vmd_add_fuzz_target(descriptor ${CMAKE_SOURCE_DIR}/tests/fuzz/descriptor_fuzz.cpp)
-# Options and validation run on the simulated machine, built here with the
-# same instrumentation.
+# The simulated machine, built once with the same instrumentation for the
+# targets that run on it.
+add_library(vmdctl_simlib_fuzz STATIC ${SIM_SOURCES})
+target_include_directories(vmdctl_simlib_fuzz PUBLIC ${CMAKE_SOURCE_DIR} ${JSON_INCLUDE})
+target_link_libraries(vmdctl_simlib_fuzz PUBLIC vmdctl_core_fuzz)
+# Options and validation on a simulated machine.
 vmd_add_fuzz_target(disk_options ${CMAKE_SOURCE_DIR}/tests/fuzz/disk_options_fuzz.cpp)
-target_sources(fuzz_disk_options PRIVATE ${SIM_SOURCES})
-target_include_directories(fuzz_disk_options PRIVATE ${CMAKE_SOURCE_DIR} ${JSON_INCLUDE})
+target_link_libraries(fuzz_disk_options PRIVATE vmdctl_simlib_fuzz)
+# The state file, from its bytes to a loaded machine and back.
+vmd_add_fuzz_target(state_file ${CMAKE_SOURCE_DIR}/tests/fuzz/state_file_fuzz.cpp)
+target_link_libraries(fuzz_state_file PRIVATE vmdctl_simlib_fuzz)

@@ -14,29 +14,31 @@ namespace vmd::sim {
 
 namespace {
 
+// A letter as text; any other code unit as its number, so that it reads back the same.
 json letterJson(std::uint32_t codeUnit) {
   if (codeUnit == 0) return "";
-  if (codeUnit < 0x80) return std::string(1, static_cast<char>(codeUnit));
+  if ((codeUnit >= 'A' && codeUnit <= 'Z') || (codeUnit >= 'a' && codeUnit <= 'z'))
+    return std::string(1, static_cast<char>(codeUnit));
   return codeUnit;
 }
 
 json delayJson(std::int64_t ms) { return ms < 0 ? json("never") : json(ms); }
 
-// The status record a disk describes: raw, or readable keys laid over its settings.
-std::optional<RecordBytes> statusOf(const json& disk) {
-  if (disk.contains("statusRecord")) return fromHex(disk["statusRecord"].get<std::string>());
-  if (!disk.contains("status")) return std::nullopt;
-  json settings = disk.contains("settingsRecord") ? decodeRecord(diskRecord(disk)) : disk.value("settings", json::object());
-  // A size given either way replaces the settings' size given either way.
-  if (disk["status"].contains("sizeMb") || disk["status"].contains("sizeBytes")) {
-    settings.erase("sizeMb");
-    settings.erase("sizeBytes");
+// Whether a disk's record description, as it would be written back with the
+// entry `probe`, still gives what the controller keeps ("no record" included).
+bool describes(const json& probe, const SimDisk& d) {
+  std::optional<RecordBytes> settings, status;
+  bool statusBroken = false;
+  try {
+    settings = diskRecord(probe);
+  } catch (const RecordTooLarge&) {
   }
-  for (auto it = disk["status"].begin(); it != disk["status"].end(); ++it) settings[it.key()] = it.value();
-  json described = disk;
-  described.erase("settingsRecord");
-  described["settings"] = settings;
-  return diskRecord(described);
+  try {
+    status = diskStatus(probe);
+  } catch (const RecordTooLarge&) {
+    statusBroken = true;
+  }
+  return settings == d.settings && status == d.status && statusBroken == d.statusBroken;
 }
 
 struct ImField {
@@ -195,23 +197,24 @@ void readController(const json& j, const std::string& where, ControllerState& c,
       json source = json::object();
       for (const char* k : kRecordKeys)
         if (d.has(k)) source[k] = d.raw(k);
-      if (source.contains("settings") && !source["settings"].is_object())
-        Fields::fail(at + ".settings", "is not an object");
-      if (source.contains("settingsRecord")) hexAt(source["settingsRecord"], at + ".settingsRecord");
-      if (source.contains("statusRecord")) hexAt(source["statusRecord"], at + ".statusRecord");
-      if (source.contains("status") && !source["status"].is_object()) Fields::fail(at + ".status", "is not an object");
+      if (source.contains("settings") && source.contains("settingsRecord"))
+        Fields::fail(at + ".settingsRecord", "a disk gives its settings or its settingsRecord, not both");
+      if (source.contains("status") && source.contains("statusRecord"))
+        Fields::fail(at + ".statusRecord", "a disk gives its status or its statusRecord, not both");
       if (d.has("volume")) source["volume"] = false;
       d.done();
-      // The records, from the disk as written (its inventory keys stand in for missing settings).
+      // The records, from the disk as written (its inventory keys stand in for
+      // missing settings), read as strictly as the rest. Only settings that no
+      // record can hold load, as a record the controller cannot answer.
       const json& whole = list[i];
       try {
-        disk.settings = diskRecord(whole);
-      } catch (const std::exception&) {
-        disk.settings.reset();  // no record holds these settings: reading it fails
+        disk.settings = diskRecord(whole, at);
+      } catch (const RecordTooLarge&) {
+        disk.settings.reset();
       }
       try {
-        disk.status = statusOf(whole);
-      } catch (const std::exception&) {
+        disk.status = diskStatus(whole, at);
+      } catch (const RecordTooLarge&) {
         disk.statusBroken = true;
       }
       diskSource[disk.index] = source;
@@ -259,14 +262,11 @@ json writeController(const ControllerState& c, const std::map<std::uint8_t, json
     // controller keeps; otherwise their bytes.
     const auto src = diskSource.find(d.index);
     bool sourceHolds = false;
-    if (src != diskSource.end() && d.settings) {
+    if (src != diskSource.end()) {
       json probe = e;
       for (auto it = src->second.begin(); it != src->second.end(); ++it)
         if (it.key() != "volume") probe[it.key()] = it.value();
-      try {
-        sourceHolds = diskRecord(probe) == *d.settings && statusOf(probe) == d.status;
-      } catch (const std::exception&) {
-      }
+      sourceHolds = describes(probe, d);
       if (sourceHolds)
         for (auto it = src->second.begin(); it != src->second.end(); ++it)
           if (it.key() != "volume") e[it.key()] = it.value();
@@ -274,6 +274,11 @@ json writeController(const ControllerState& c, const std::map<std::uint8_t, json
     if (!sourceHolds) {
       if (d.settings) e["settingsRecord"] = toHex(*d.settings);
       if (d.status) e["statusRecord"] = toHex(*d.status);
+      // What no record holds has no bytes to write: its description says it.
+      if (src != diskSource.end()) {
+        if (!d.settings && src->second.contains("settings")) e["settings"] = src->second["settings"];
+        if (d.statusBroken && src->second.contains("status")) e["status"] = src->second["status"];
+      }
     }
     if (d.pendingSettings) e["pendingSettingsRecord"] = toHex(*d.pendingSettings);
     disks.push_back(e);

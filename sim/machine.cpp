@@ -64,14 +64,8 @@ Machine Machine::load(const std::string& path) {
   if (!in) return Machine();
   std::stringstream buf;
   buf << in.rdbuf();
-  json s;
   try {
-    s = json::parse(buf.str());
-  } catch (const json::parse_error& e) {
-    throw LoadError(path + ": " + e.what());
-  }
-  try {
-    return Machine(s);
+    return Machine(StateFile::parse(buf.str()));
   } catch (const LoadError& e) {
     throw LoadError(path + ": " + e.what());
   }

@@ -5,6 +5,7 @@
 
 #include "base/text_codec.h"
 #include "sim/sim_services.h"
+#include "sim/state_file.h"
 
 namespace vmd::sim {
 
@@ -55,22 +56,82 @@ std::string hex64(std::uint64_t v) {
   return s;
 }
 
-std::uint32_t driveLetterOf(const json& v) {
-  if (v.is_string()) {
-    const std::string s = v.get<std::string>();
-    return s.empty() ? 0 : static_cast<std::uint8_t>(s[0]);
-  }
-  return static_cast<std::uint32_t>(parseNumber64(v));
+// How a settings key is written besides a plain number.
+enum class KeyForm { Number, Letter, FileSystem };
+
+struct NumberKey {
+  const char* name;
+  std::optional<std::uint64_t> SettingsDescription::*member;
+  int bits;  // the record's field holds this many (sizes in MB: their bytes fit 64)
+  KeyForm form = KeyForm::Number;
+};
+
+using SD = SettingsDescription;
+const NumberKey kNumberKeys[] = {
+    {"sizeMb", &SD::sizeMb, 44},
+    {"sizeBytes", &SD::sizeBytes, 64},
+    {"diskFlags", &SD::diskFlags, 32},
+    {"driveLetter", &SD::driveLetter, 8, KeyForm::Letter},
+    {"index", &SD::index, 8},
+    {"marker", &SD::marker, 8},
+    {"signature", &SD::signature, 32},
+    {"substanceFlags", &SD::substanceFlags, 32},
+    {"imQuotaMb", &SD::imQuotaMb, 44},
+    {"physicalDriveSizeMb", &SD::physicalDriveSizeMb, 44},
+    {"clusterSize", &SD::clusterSize, 17},  // stored in 512-byte sectors, one byte
+    {"fileSystem", &SD::fileSystem, 8, KeyForm::FileSystem},
+    {"fsFlags", &SD::fsFlags, 8},
+    {"fsExtraMask", &SD::fsExtraMask, 8},
+    {"everyonePermissions", &SD::everyonePermissions, 8},
+    {"volumeSerial", &SD::volumeSerial, 32},
+    {"imageFlags", &SD::imageFlags, 32},
+    {"imageFormat", &SD::imageFormat, 8},
+    {"compressionLevel", &SD::compressionLevel, 8},
+    {"timingSaveMinutes", &SD::timingSaveMinutes, 16},
+};
+
+struct TextKey {
+  const char* name;
+  std::optional<std::string> SettingsDescription::*member;
+};
+const TextKey kTextKeys[] = {
+    {"physicalDriveFile", &SD::physicalDriveFile},
+    {"volumeLabel", &SD::volumeLabel},
+    {"imageFile", &SD::imageFile},
+};
+
+constexpr std::size_t kMostFolders = 255;  // the folder count is one byte
+
+// A drive letter as text: "" for none, else one ASCII character, kept as written.
+std::uint64_t letterAt(const json& v, const std::string& place) {
+  const std::string s = v.get<std::string>();
+  if (s.empty()) return 0;
+  if (s.size() != 1 || static_cast<unsigned char>(s[0]) >= 0x80) Fields::fail(place, v.dump() + " is not a drive letter");
+  return static_cast<unsigned char>(s[0]);
 }
 
-std::uint8_t fileSystemOf(const json& v) {
-  if (v.is_string()) {
-    const std::string s = v.get<std::string>();
-    if (s == "NTFS" || s == "ntfs") return 2;
-    if (s == "FAT" || s == "fat") return 18;
-    if (s == "FAT32" || s == "fat32") return 19;
-  }
-  return static_cast<std::uint8_t>(parseNumber64(v));
+// A file system by name, else its code.
+std::uint64_t fileSystemAt(const json& v, const std::string& place) {
+  const std::string s = lowerAscii(v.get<std::string>());
+  if (s == "ntfs") return 2;
+  if (s == "fat") return 18;
+  if (s == "fat32") return 19;
+  if (s.empty() || s[0] < '0' || s[0] > '9') Fields::fail(place, v.dump() + " is not a file system (NTFS, FAT, FAT32 or a code)");
+  return numberAt(v, place);
+}
+
+// The readable settings a disk entry stands for: its inventory keys, with its
+// "settings" laid over them.
+SettingsDescription diskSettings(const json& disk, const std::string& where) {
+  Fields f(disk, where);
+  SettingsDescription s;
+  if (f.has("index")) s.index = f.u64("index", 0) & 0xFF;
+  if (f.has("signature")) s.signature = f.u32("signature", 0);
+  if (f.has("size")) s.sizeBytes = f.u64("size", 0);
+  if (f.flag("directIo", false)) s.diskFlags = 0x01000000;
+  if (f.has("letter")) s.driveLetter = f.letter("letter", 0) & 0xFF;
+  if (f.has("settings")) s.layOver(readSettings(f.raw("settings"), f.place("settings")));
+  return s;
 }
 
 }  // namespace
@@ -81,27 +142,73 @@ std::uint32_t recordChecksum(const RecordBytes& r) {
   return sum;
 }
 
-RecordBytes buildRecord(const json& s) {
-  auto num = [&](const char* key, std::uint64_t def) { return s.contains(key) ? parseNumber64(s[key]) : def; };
-  auto text = [&](const char* key, const std::string& def) {
-    return s.contains(key) ? s[key].get<std::string>() : def;
-  };
+void SettingsDescription::layOver(const SettingsDescription& top) {
+  if (top.sizeMb || top.sizeBytes) {
+    sizeMb.reset();
+    sizeBytes.reset();
+  }
+  for (const NumberKey& k : kNumberKeys)
+    if (top.*k.member) this->*k.member = top.*k.member;
+  for (const TextKey& k : kTextKeys)
+    if (top.*k.member) this->*k.member = top.*k.member;
+  if (top.numaNodeMasks) numaNodeMasks = top.numaNodeMasks;
+  if (top.customFolders) customFolders = top.customFolders;
+}
 
-  const std::uint64_t sizeBytes = s.contains("sizeBytes") ? parseNumber64(s["sizeBytes"]) : num("sizeMb", 128) << 20;
-  const std::uint64_t driveShare = num("physicalDriveSizeMb", 0);
-  const std::string driveFile = text("physicalDriveFile", "");
-  std::vector<std::uint64_t> masks;
-  for (const auto& m : s.value("numaNodeMasks", json::array())) masks.push_back(parseNumber64(m));
-  const std::string label = text("volumeLabel", "RAMDISK");
-  std::vector<std::string> folders;
-  for (const auto& f : s.value("customFolders", json::array())) folders.push_back(f.get<std::string>());
-  const std::uint32_t permissions = static_cast<std::uint32_t>(num("everyonePermissions", 0));
-  const std::uint32_t serial = static_cast<std::uint32_t>(num("volumeSerial", 0));
+SettingsDescription readSettings(const json& j, const std::string& where) {
+  Fields f(j, where);
+  SettingsDescription s;
+  for (const NumberKey& k : kNumberKeys) {
+    if (!f.has(k.name)) continue;
+    const json& v = f.raw(k.name);
+    const std::string at = f.place(k.name);
+    std::uint64_t n;
+    if (v.is_string() && k.form == KeyForm::Letter) n = letterAt(v, at);
+    else if (v.is_string() && k.form == KeyForm::FileSystem) n = fileSystemAt(v, at);
+    else n = numberAt(v, at);
+    if (k.bits < 64 && (n >> k.bits) != 0)
+      Fields::fail(at, std::to_string(n) + " is too large (at most " + std::to_string((1ull << k.bits) - 1) + ")");
+    s.*k.member = n;
+  }
+  for (const TextKey& k : kTextKeys)
+    if (f.has(k.name)) s.*k.member = f.text(k.name, "");
+  if (f.has("numaNodeMasks")) {
+    const json& list = f.raw("numaNodeMasks");
+    if (!list.is_array()) Fields::fail(f.place("numaNodeMasks"), "is not a list");
+    s.numaNodeMasks.emplace();
+    for (std::size_t i = 0; i < list.size(); ++i)
+      s.numaNodeMasks->push_back(numberAt(list[i], f.place("numaNodeMasks") + "[" + std::to_string(i) + "]"));
+  }
+  if (f.has("customFolders")) {
+    const json& list = f.raw("customFolders");
+    if (!list.is_array()) Fields::fail(f.place("customFolders"), "is not a list");
+    if (list.size() > kMostFolders)
+      Fields::fail(f.place("customFolders"),
+                   std::to_string(list.size()) + " folders: a record holds at most " + std::to_string(kMostFolders));
+    s.customFolders.emplace();
+    for (std::size_t i = 0; i < list.size(); ++i)
+      s.customFolders->push_back(textAt(list[i], f.place("customFolders") + "[" + std::to_string(i) + "]"));
+  }
+  f.done();
+  return s;
+}
+
+RecordBytes buildRecord(const json& settings) { return buildRecord(readSettings(settings, "settings")); }
+
+RecordBytes buildRecord(const SettingsDescription& s) {
+  const std::uint64_t sizeBytes = s.sizeBytes ? *s.sizeBytes : s.sizeMb.value_or(128) << 20;
+  const std::uint64_t driveShare = s.physicalDriveSizeMb.value_or(0);
+  const std::string driveFile = s.physicalDriveFile.value_or("");
+  const std::vector<std::uint64_t> masks = s.numaNodeMasks.value_or(std::vector<std::uint64_t>{});
+  const std::string label = s.volumeLabel.value_or("RAMDISK");
+  const std::vector<std::string> folders = s.customFolders.value_or(std::vector<std::string>{});
+  const std::uint64_t permissions = s.everyonePermissions.value_or(0);
+  const std::uint64_t serial = s.volumeSerial.value_or(0);
   const std::uint32_t extraDefault =
       (permissions ? 0x01u : 0u) | (serial ? 0x02u : 0u) | (folders.empty() ? 0u : 0x04u);
-  const std::string imageFile = text("imageFile", "");
+  const std::string imageFile = s.imageFile.value_or("");
   // An image given without flags is an accepted PLAIN image saved at shutdown, in Quick Save mode.
-  const std::uint32_t imageFlags = static_cast<std::uint32_t>(num("imageFlags", imageFile.empty() ? 0 : 0x10011));
+  const std::uint64_t imageFlags = s.imageFlags.value_or(imageFile.empty() ? 0 : 0x10011);
 
   // Substance section: fixed part, the backing path, the 8-aligned node masks.
   RecordBytes drivePath;
@@ -133,17 +240,17 @@ RecordBytes buildRecord(const json& s) {
   const std::size_t fmtAt = up(subAt + subLen, 16);
   const std::size_t imgAt = imgLen ? up(fmtAt + fmtLen, 16) : 0;
   const std::size_t total = imgLen ? imgAt + imgLen : fmtAt + fmtLen;
-  if (total > 0xFFFF) throw std::runtime_error("disk settings do not fit a settings record");
+  if (total > 0xFFFF) throw RecordTooLarge();
 
   RecordBytes r(total, 0);
   wr(r, 0, 4, kHeader);
   wr(r, 4, 4, total);
-  wr(r, 12, 4, num("diskFlags", 0));
+  wr(r, 12, 4, s.diskFlags.value_or(0));
   wr(r, 16, 8, sizeBytes);
-  wr(r, 24, 1, num("index", 0));
-  wr(r, 25, 1, num("marker", 0x80));
-  wr(r, 26, 1, s.contains("driveLetter") ? driveLetterOf(s["driveLetter"]) : 0);
-  wr(r, 28, 4, num("signature", 0));
+  wr(r, 24, 1, s.index.value_or(0));
+  wr(r, 25, 1, s.marker.value_or(0x80));
+  wr(r, 26, 1, s.driveLetter.value_or(0));
+  wr(r, 28, 4, s.signature.value_or(0));
   wr(r, 40, 2, subAt);
   wr(r, 42, 2, subLen);
   wr(r, 44, 2, fmtAt);
@@ -153,9 +260,9 @@ RecordBytes buildRecord(const json& s) {
 
   wr(r, subAt, 4, kSubstanceFixed);
   wr(r, subAt + 4, 4, subLen);
-  wr(r, subAt + 8, 4, num("substanceFlags", 0));
+  wr(r, subAt + 8, 4, s.substanceFlags.value_or(0));
   wr(r, subAt + 16, 8, sizeBytes);
-  wr(r, subAt + 24, 8, num("imQuotaMb", 0) << 20);
+  wr(r, subAt + 24, 8, s.imQuotaMb.value_or(0) << 20);
   if (driveShare != 0) {
     wr(r, subAt + 32, 8, driveShare << 20);
     wr(r, subAt + 48, 2, drivePath.size());
@@ -169,10 +276,10 @@ RecordBytes buildRecord(const json& s) {
 
   wr(r, fmtAt, 4, kFormatFixed);
   wr(r, fmtAt + 4, 4, fmtLen);
-  wr(r, fmtAt + 8, 1, num("fsFlags", 0));
-  wr(r, fmtAt + 9, 1, num("fsExtraMask", extraDefault));
-  wr(r, fmtAt + 10, 1, s.contains("fileSystem") ? fileSystemOf(s["fileSystem"]) : 19);
-  wr(r, fmtAt + 11, 1, num("clusterSize", 0) >> 9);
+  wr(r, fmtAt + 8, 1, s.fsFlags.value_or(0));
+  wr(r, fmtAt + 9, 1, s.fsExtraMask.value_or(extraDefault));
+  wr(r, fmtAt + 10, 1, s.fileSystem.value_or(19));
+  wr(r, fmtAt + 11, 1, s.clusterSize.value_or(0) >> 9);
   wr(r, fmtAt + 12, 4, serial);
   wr(r, fmtAt + 16, 1, permissions);
   if (!labelText.empty()) {
@@ -192,9 +299,9 @@ RecordBytes buildRecord(const json& s) {
     wr(r, imgAt + 8, 4, imageFlags);
     // A Load Only image carries no save format unless one is given outright.
     const bool saved = (imageFlags & kSaveSet) != 0;
-    wr(r, imgAt + 12, 1, num("imageFormat", 0));
-    wr(r, imgAt + 13, 1, num("compressionLevel", saved ? 1 : 0));
-    wr(r, imgAt + 14, 2, num("timingSaveMinutes", 0));
+    wr(r, imgAt + 12, 1, s.imageFormat.value_or(0));
+    wr(r, imgAt + 13, 1, s.compressionLevel.value_or(saved ? 1 : 0));
+    wr(r, imgAt + 14, 2, s.timingSaveMinutes.value_or(0));
     wr(r, imgAt + 36, 2, imagePath.size());
     copyInto(r, imgAt + 38, imagePath);
   }
@@ -203,15 +310,22 @@ RecordBytes buildRecord(const json& s) {
   return r;
 }
 
-RecordBytes diskRecord(const json& disk) {
-  if (disk.contains("settingsRecord")) return fromHex(disk["settingsRecord"].get<std::string>());
-  json s = disk.value("settings", json::object());
-  // What the disk entry already says (its inventory keys) stands in for missing settings.
-  for (const char* key : {"index", "signature"})
-    if (!s.contains(key) && disk.contains(key)) s[key] = disk[key];
-  if (!s.contains("sizeMb") && !s.contains("sizeBytes") && disk.contains("size")) s["sizeBytes"] = disk["size"];
-  if (!s.contains("diskFlags") && disk.value("directIo", false)) s["diskFlags"] = 0x01000000;
-  if (!s.contains("driveLetter") && disk.contains("letter")) s["driveLetter"] = disk["letter"];
+RecordBytes diskRecord(const json& disk, const std::string& where) {
+  if (disk.is_object() && disk.contains("settingsRecord")) return hexAt(disk["settingsRecord"], where + ".settingsRecord");
+  return buildRecord(diskSettings(disk, where));
+}
+
+std::optional<RecordBytes> diskStatus(const json& disk, const std::string& where) {
+  if (!disk.is_object()) Fields::fail(where, "is not an object");
+  if (disk.contains("statusRecord")) return hexAt(disk["statusRecord"], where + ".statusRecord");
+  if (!disk.contains("status")) return std::nullopt;
+  const SettingsDescription top = readSettings(disk["status"], where + ".status");
+  // Over a raw record, its fields as it holds them.
+  SettingsDescription s = disk.contains("settingsRecord")
+                              ? readSettings(decodeRecord(hexAt(disk["settingsRecord"], where + ".settingsRecord")),
+                                             where + ".settingsRecord")
+                              : diskSettings(disk, where);
+  s.layOver(top);
   return buildRecord(s);
 }
 
@@ -221,8 +335,10 @@ json decodeRecord(const RecordBytes& r) {
   s["sizeMb"] = size >> 20;
   if (size & 0xFFFFF) s["sizeBytes"] = size;
   s["diskFlags"] = hex32(static_cast<std::uint32_t>(rd(r, 12, 4)));
-  const auto letter = static_cast<char>(rd(r, 26, 1));
-  s["driveLetter"] = letter ? std::string(1, letter) : std::string();
+  // A letter as text, any other byte as its number.
+  const std::uint64_t letter = rd(r, 26, 1);
+  const bool isLetter = (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
+  s["driveLetter"] = letter == 0 ? json("") : isLetter ? json(std::string(1, static_cast<char>(letter))) : json(letter);
   s["index"] = rd(r, 24, 1);
   s["marker"] = rd(r, 25, 1);
   s["signature"] = hex32(static_cast<std::uint32_t>(rd(r, 28, 4)));

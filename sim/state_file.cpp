@@ -149,6 +149,7 @@ RegValue readRegValue(const std::string& name, const json& j, const std::string&
   const std::string type = f.text("type", "REG_DWORD");
   if (type == "REG_DWORD") {
     r.type = kRegDword;
+    if (!f.has("data")) Fields::fail(f.place("data"), "a REG_DWORD value needs its data");
     dword(f.raw("data"), f.place("data"));
   } else if (type == "REG_BINARY") {
     r.type = kRegBinary;
@@ -191,18 +192,101 @@ void checkLetters(const World& w, const std::vector<std::string>& volumePlaces) 
   }
 }
 
+// The text with control characters and bytes that are no UTF-8 written as
+// \xNN, so that a message naming what the file holds stays one readable line.
+std::string printable(const std::string& s) {
+  std::string out;
+  for (std::size_t i = 0; i < s.size();) {
+    const auto b = static_cast<unsigned char>(s[i]);
+    const std::size_t n = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
+    bool ok = n > 0 && i + n <= s.size();
+    for (std::size_t k = 1; ok && k < n; ++k) ok = (static_cast<unsigned char>(s[i + k]) & 0xC0) == 0x80;
+    if (ok && n == 1) ok = b >= 0x20 && b != 0x7F;
+    if (ok && n == 2) ok = !(b == 0xC2 && static_cast<unsigned char>(s[i + 1]) < 0xA0);  // C1 controls
+    if (ok) {
+      out.append(s, i, n);
+      i += n;
+      continue;
+    }
+    static const char* const kDigits = "0123456789abcdef";
+    out += "\\x";
+    out += kDigits[b >> 4];
+    out += kDigits[b & 0xF];
+    ++i;
+  }
+  return out;
+}
+
+// "line L, column C" of the byte at `at` (0-based) of `text`.
+std::string lineAndColumn(const std::string& text, std::size_t at) {
+  std::size_t line = 1, column = 1;
+  for (std::size_t i = 0; i < at && i < text.size(); ++i) {
+    if (text[i] == '\n') {
+      ++line;
+      column = 1;
+    } else {
+      ++column;
+    }
+  }
+  return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+// Where `token` first stands outside a string, as the parser met it; else the end.
+std::size_t tokenAt(const std::string& text, const std::string& token) {
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (inString) {
+      if (text[i] == '\\') ++i;
+      else if (text[i] == '"') inString = false;
+    } else if (text[i] == '"') {
+      inString = true;
+    } else if (!token.empty() && text.compare(i, token.size(), token) == 0) {
+      return i;
+    }
+  }
+  return text.size();
+}
+
+// What the JSON library says is wrong, without its own prefix and position.
+std::string reasonOf(const std::string& what) {
+  const std::size_t bracket = what.find("] ");
+  std::string reason = bracket == std::string::npos ? what : what.substr(bracket + 2);
+  if (reason.rfind("parse error", 0) == 0) {
+    const std::size_t colon = reason.find(": ");
+    if (colon != std::string::npos) reason.erase(0, colon + 2);
+  }
+  return reason;
+}
+
 }  // namespace
+
+json StateFile::parse(const std::string& text) {
+  try {
+    return json::parse(text);
+  } catch (const json::parse_error& e) {
+    throw LoadError(lineAndColumn(text, e.byte == 0 ? 0 : e.byte - 1) + ": " + printable(reasonOf(e.what())));
+  } catch (const json::exception& e) {
+    // A number beyond what a double holds: the message quotes it.
+    const std::string what = e.what();
+    const std::size_t open = what.find('\''), close = what.rfind('\'');
+    const std::string token = open < close ? what.substr(open + 1, close - open - 1) : std::string();
+    throw LoadError(lineAndColumn(text, tokenAt(text, token)) + ": " + printable(reasonOf(what)));
+  }
+}
 
 Fields::Fields(const json& object, std::string where) : o_(object), where_(std::move(where)) {
   if (!o_.is_object()) fail(where_.empty() ? "state" : where_, "is not an object");
 }
 
 const json& Fields::raw(const char* key) {
+  if (!has(key)) fail(place(key), "missing");
   read_.emplace_back(key);
   return o_.at(key);
 }
 
-void Fields::fail(const std::string& place, const std::string& why) { throw LoadError(place + ": " + why); }
+void Fields::fail(const std::string& place, const std::string& why) {
+  throw LoadError(printable(place) + ": " + printable(why));
+}
 
 std::uint64_t numberAt(const json& v, const std::string& place) {
   if (v.is_number_unsigned()) return v.get<std::uint64_t>();
@@ -282,7 +366,7 @@ char16_t Fields::letter(const char* key, char16_t otherwise) {
 void Fields::done() const {
   for (auto it = o_.begin(); it != o_.end(); ++it)
     if (std::find(read_.begin(), read_.end(), it.key()) == read_.end())
-      fail(place(it.key().c_str()), "unknown key");
+      fail(place(it.key()), "unknown key");
 }
 
 BroadcastLog BroadcastLog::of(std::uint32_t flags, std::uint32_t message, std::uint64_t wParam, ByteString record) {

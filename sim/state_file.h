@@ -7,6 +7,9 @@
 namespace vmd::sim {
 
 struct StateFile {
+  // The JSON document of a state file's text; throws LoadError naming the
+  // line and column of what is not JSON.
+  static json parse(const std::string& text);
   // Lays `state` over the machine's standard world; throws LoadError.
   static void read(Machine& m, const json& state);
   static json write(const Machine& m);
@@ -24,7 +27,11 @@ class Fields {
   Fields(const json& object, std::string where);
   bool has(const char* key) const { return o_.contains(key); }
   const json& raw(const char* key);  // marks the key read
-  std::string place(const char* key) const { return where_.empty() ? key : where_ + "." + key; }
+  // A key's place: "host.memory.totalPhys"; an empty key shows as "".
+  std::string place(const std::string& key) const {
+    const std::string k = key.empty() ? "\"\"" : key;
+    return where_.empty() ? k : where_ + "." + k;
+  }
   const std::string& where() const { return where_; }
 
   std::uint64_t u64(const char* key, std::uint64_t otherwise);

@@ -57,5 +57,19 @@ TEST(SimDiskStatus, RequestHeadIsCheckedLikeEveryDiskRequest) {
   EXPECT_EQ(m.send(ioctl::QueryDiskStatus, head(1), 10).error, 122u);
 }
 
+// Settings or a status that outgrow the record's 64 KB load, and the
+// controller cannot answer them.
+TEST(SimDiskStatus, DescriptionsNoRecordCanHoldAreAnsweredWith31) {
+  json tooLarge = {{"index", 1}, {"settings", {{"imageFile", std::string(33000, 'x')}}}};
+  test::Model m(json{{"disks", json::array({tooLarge})}});
+  EXPECT_EQ(m.send(ioctl::ReadDiskSettingsRecord, head(1), 4096).error, 31u);
+  EXPECT_EQ(m.send(ioctl::QueryDiskStatus, head(1), 4096).error, 31u);
+
+  json statusTooLarge = {{"index", 1}, {"status", {{"volumeLabel", std::string(33000, 'x')}}}};
+  test::Model s(json{{"disks", json::array({statusTooLarge})}});
+  EXPECT_EQ(s.send(ioctl::ReadDiskSettingsRecord, head(1), 4096).error, 0u);
+  EXPECT_EQ(s.send(ioctl::QueryDiskStatus, head(1), 4096).error, 31u);
+}
+
 }  // namespace
 }  // namespace vmd::sim

@@ -86,30 +86,32 @@ def make_locales(folder):
 
 def run_on_terminal(cmd, env):
     """(exit code, what the terminal showed): all three standard handles on a
-    pseudo-terminal, so Wine gives the program a console."""
+    pseudo-terminal, so Wine gives the program a console. The terminal is
+    read to its end, when the last process holding it has closed it, not
+    when the program exits: what the console draws last may come after that.
+    A terminal still open after 60 s gives the exit code None."""
     master, slave = pty.openpty()
     p = subprocess.Popen(cmd, env=env, stdin=slave, stdout=slave, stderr=slave, start_new_session=True)
     os.close(slave)
-    shown, deadline = b"", time.time() + 60
-    while time.time() < deadline:
+    shown, deadline, ended = b"", time.time() + 60, False
+    while not ended and time.time() < deadline:
         ready, _, _ = select.select([master], [], [], 0.2)
-        if ready:
-            try:
-                data = os.read(master, 65536)
-            except OSError:
-                break
-            if not data:
-                break
-            shown += data
-        elif p.poll() is not None:
-            break
+        if not ready:
+            continue
+        try:
+            data = os.read(master, 65536)
+        except OSError:  # EIO: no process holds the terminal any more
+            data = b""
+        shown += data
+        ended = not data
     os.close(master)
     try:
         code = p.wait(timeout=10)
     except subprocess.TimeoutExpired:
         p.kill()
+        p.wait()
         code = None
-    return code, shown
+    return (code if ended else None), shown
 
 
 def terminal_text(shown):
