@@ -513,12 +513,18 @@ def untraced_difference(a, head, machine_text, runs, env, timeout, traced):
                 p = run_child(cmd, keys_of(run), env, timeout)
             except TimedOut:
                 return f"{run.label or 'the run'} timed out without the trace"
-            now = (p.returncode, p.stdout, p.stderr, read_bytes(state_path))
+            now = (p.returncode, in_folder(p.stdout, tmp), in_folder(p.stderr, tmp), read_bytes(state_path))
             for what, had, got in zip(("exit code", "stdout", "stderr", "state"), traced[number], now):
                 if got != had:
                     shown = diff(what, normalise(had), normalise(got)) if isinstance(had, bytes) else f"{had} != {got}\n"
                     return f"{run.label or 'the run'}: the {what} with --sim-trace differs from the one without\n{shown}"
     return None
+
+
+def in_folder(text, folder):
+    """Output with the run's scratch folder named alike for every run, so that
+    a message naming the state file compares equal across two runs."""
+    return text.replace(folder.encode(), b"<scratch>")
 
 
 def read_bytes(path):
@@ -614,7 +620,7 @@ def main():
                     sys.stdout.write("stderr was:\n" + normalise(p.stderr))
                 return 1
             if tracing and not a.wine:
-                traced.append((p.returncode, p.stdout, p.stderr, read_bytes(state_path)))
+                traced.append((p.returncode, in_folder(p.stdout, tmp), in_folder(p.stderr, tmp), read_bytes(state_path)))
     if traced:
         m = untraced_difference(a, head, machine_text, runs, env, timeout, traced)
         if m:
