@@ -24,6 +24,7 @@
 
 #include "base/text_codec.h"
 #include "fault/invariants.h"
+#include "fault/self_check.h"
 #include "platform/host.h"
 
 namespace {
@@ -195,6 +196,10 @@ int main(int argc, char** argv) {
       return std::string("it does not load: ") + e.what();
     }
   };
+
+  const std::vector<std::string> missed = selfCheck(machines, *catalog, loadsAndLists, kCallBudget);
+  for (const std::string& m : missed) std::printf("fault tier: the invariants miss %s\n", m.c_str());
+  if (!missed.empty()) return 1;
 
   Findings findings;
   std::size_t lines = 0, oneAtATime = 0, lasting = 0, codes = 0;
