@@ -32,9 +32,10 @@ namespace {
 using namespace vmd;
 using namespace vmd::fault;
 
-// Far above the longest run that ends: an add waits at most 60 polls, a
-// removal 120, each a handful of calls.
-constexpr std::uint64_t kCallBudget = 20000;
+// Far above the longest run that ends: an add waits at most 60 polls and a
+// removal 120, each a handful of calls, and the MountedDevices walk gives up
+// after 2^20 enumerations that fail.
+constexpr std::uint64_t kCallBudget = 4000000;
 
 // The codes the program answers in their own way, besides the default 31:
 // buffers grow on 122 and 234, an enumeration ends at 259, a creation beyond

@@ -12,6 +12,16 @@ void TierLog::spend(std::string_view api) {
 std::optional<std::uint32_t> TierLog::enter(std::string_view api, std::uint32_t code, const std::string& path) {
   spend(api);
   const std::optional<std::uint32_t> injected = machine_.enter(api, code, path);
+  const bool device = api == sim::calls::kCreateFileW || api == sim::calls::kDeviceIoControl;
+  if (faulted_ && !device && !calls.empty()) {
+    Call& last = calls.back();
+    if (last.api == api && last.code == code && last.path == path && last.injected == injected.has_value() &&
+        last.injectedError == injected.value_or(0)) {
+      ++last.repeats;
+      return injected;
+    }
+  }
+  faulted_ = faulted_ || injected.has_value();
   Call c;
   c.api = std::string(api);
   c.code = code;

@@ -25,6 +25,7 @@ struct Call {
   bool injected = false;   // a fault rule failed it
   std::uint32_t injectedError = 0;
   std::size_t printed = 0;  // characters printed (both streams) before the call
+  std::uint64_t repeats = 0;  // the same call made again right after, after the first fault
   // Device opens and requests, seen in front of the fault layer.
   bool device = false;
   std::uint32_t access = 0;
@@ -40,7 +41,10 @@ class RunawayRun : public std::runtime_error {
   explicit RunawayRun(const std::string& lastCall) : std::runtime_error(lastCall) {}
 };
 
-// The machine's call log with the order of calls kept and a budget.
+// The machine's call log with the order of calls kept and a budget. Once a
+// call has failed, a call made again just as the one before (a loop over a
+// failing call) is counted on that one instead of kept apart; requests and
+// opens are always kept, since their results are noted on them.
 class TierLog : public sim::CallLog {
  public:
   TierLog(sim::Machine& machine, const test::CapturingStreams& streams, std::uint64_t budget)
@@ -61,6 +65,7 @@ class TierLog : public sim::CallLog {
   const test::CapturingStreams& streams_;
   std::uint64_t budget_;
   std::uint64_t spent_ = 0;
+  bool faulted_ = false;
 };
 
 // In front of the fault layer's device I/O: notes the access of each open and
