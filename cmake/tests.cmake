@@ -10,6 +10,17 @@ target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_host vmdctl
 target_compile_definitions(vmdctl_unit_tests PRIVATE VMDCTL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
 gtest_discover_tests(vmdctl_unit_tests DISCOVERY_TIMEOUT 60 TEST_PREFIX "unit.")
 
+# The fault tier: every command line of tests/fault run again with each call
+# failed, in process on the simulated machine. VMDCTL_FAULT_LONG=1 runs
+# every call with every code.
+file(GLOB FAULT_TIER_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/fault/*.cpp)
+list(FILTER FAULT_TIER_SOURCES EXCLUDE REGEX "_test\\.cpp$")
+add_executable(vmdctl_fault_tier ${FAULT_TIER_SOURCES})
+target_include_directories(vmdctl_fault_tier PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+target_link_libraries(vmdctl_fault_tier PRIVATE vmdctl_simlib vmdctl_host vmdctl_core)
+add_test(NAME fault COMMAND vmdctl_fault_tier)
+set_tests_properties(fault PROPERTIES TIMEOUT 600)
+
 # No include points up the layers.
 add_test(NAME layers COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tools/check_layers.py ${CMAKE_SOURCE_DIR})
 

@@ -40,14 +40,14 @@ export VMDCTL_RETRY_LOG="$PWD/build/test/retries.log"
 (cd build/test && ctest -j"$jobs" --output-on-failure --timeout 300) 2>&1 | tee build/test/ctest.log || status=1
 tally build/test/ctest.log
 
-# --- The unit and scenario tiers again, built with AddressSanitizer and
-# UndefinedBehaviorSanitizer: any finding ends that test with a failure.
+# --- The unit, scenario and fault tiers again, built with AddressSanitizer
+# and UndefinedBehaviorSanitizer: any finding ends that test with a failure.
 sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
 CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS="$sanitize" \
   -DCMAKE_EXE_LINKER_FLAGS="$sanitize" >/dev/null
-cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim
+cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim vmdctl_fault_tier
 (cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-  ctest -j"$jobs" --output-on-failure --timeout 300 -R '^(unit|scenario)\.') 2>&1 | tee build/asan/ctest.log || status=1
+  ctest -j"$jobs" --output-on-failure --timeout 300 -R '^((unit|scenario)\.|fault$)') 2>&1 | tee build/asan/ctest.log || status=1
 tally build/asan/ctest.log
 
 retried=$(grep -c . "$VMDCTL_RETRY_LOG" || true)

@@ -1,0 +1,769 @@
+#include "fault/invariants.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cwctype>
+
+#include "base/text_codec.h"
+#include "controller/codes.h"
+#include "settings/descriptor_file.h"
+#include "sim/sim_services.h"
+
+namespace vmd::fault {
+
+namespace {
+
+// --- Rules: the invariants, and the prescribed outcomes accepted by name.
+
+namespace must {
+const char* kEnds = "a run ends by itself";
+const char* kExitCode = "a run exits with 0, 3 or 4";
+const char* kErrorLine = "exit code 3 comes with a line beginning \"Error:\"";
+const char* kCodeShown = "a code shown for a failure is the code the call failed with";
+const char* kHandles = "every handle opened is closed";
+const char* kLoadsAndLists = "the state left behind loads and lists";
+const char* kOnlyItsOwn = "a command changes only what it works on";
+const char* kSameWords = "the same words mean the same outcome";
+const char* kAddCreates = "add: exit 0 means one new disk, a failure means none";
+const char* kAutoMount = "add: automatic mounting is left as it was found";
+const char* kRemovedSafely = "a disk goes only after each of its volumes was dismounted";
+const char* kDelGone = "del: exit 0 means the disk is gone, a failure means it is still there";
+const char* kRebuildBack = "rebuild: a removed disk is created again at its index, or the error says it was not";
+const char* kReinitSafely = "init: the volume is reinitialized only after it was dismounted";
+const char* kInitDone = "init: exit 0 means the volume was reinitialized";
+const char* kEditOwnValues = "edit: MountedDevices values are removed only for the disk's own signature";
+const char* kEditValueWritten = "edit: the disk's old values go only when its new letter's value is written";
+const char* kEditLetterKept = "edit: the disk keeps a drive letter";
+const char* kSaveWritten = "save: exit 0 means the image file was written";
+const char* kExportWritten = "export: exit 0 means a valid descriptor of the disk's settings";
+const char* kExportTruthful = "export: a file is changed only by a successful export or with its export error";
+const char* kExportAsks = "export: an existing file is overwritten only after a yes (or with -s)";
+const char* kFailureChangesNothing = "a command that fails leaves the machine as it found it";
+const char* kEditStored = "edit: exit 0 means the changed settings were stored";
+const char* kImDone = "im: exit 0 means the enable or disable request succeeded";
+const char* kEditStaleValues = "edit: no other value of the disk's signature stays beside its new letter's";
+}  // namespace must
+
+namespace prescribed {
+const char* kNotFound = "volumes that cannot be found are not dismounted (their queries fail: the list is empty)";
+const char* kForcedUnopened = "a volume that cannot be opened is forced: there is nothing to dismount";
+const char* kDismountUnread = "the dismount request's own result is not read; the command goes on";
+const char* kRebuildLost = "rebuild: removal succeeded, creation failed: the disk is gone, the error line is the only trace";
+const char* kBroadcastUnreported = "edit: a failed change broadcast is not reported (del and rebuild warn)";
+const char* kEditLive = "edit: a failed letter, label, image-apply or registry step is not reported; the stored settings act at the restart";
+const char* kEditNoLetter = "edit: the old letter could not be put back after a failed move: the volume is left without a letter";
+const char* kEditValueLost = "edit: the new letter's value could not be written after the old ones were removed";
+const char* kAutoMountKept = "add: a failure to switch automatic mounting back off is not reported";
+const char* kExportPartial = "export: a failed write leaves the file created empty or partly written";
+const char* kExportCodes = "export reports 110 or 29 for a file it cannot create or write, whatever the system said";
+const char* kMountStatus = "the mounting warning shows the mount status (6, 7, 9), not a system error";
+const char* kErrorZero = "a create or remove request that fails without an error code is reported as 31";
+const char* kOtherCallsCode = "the code shown is another call's own failure, which the fault led to";
+const char* kImStatusUnread = "im disable: a status that cannot be read counts as not enabled: nothing is disabled, the success line is printed";
+const char* kSaveFormatUnread = "save: a load-only image whose file cannot be read is saved in the format of -F (plain by default)";
+const char* kEditWalkCut = "edit: a MountedDevices value whose enumeration fails is skipped and stays (259 ends the walk)";
+const char* kExportUnasked = "export: a file whose attributes cannot be read counts as not there: it is overwritten without the question";
+const char* kImOptionsStored = "im enable: the options are stored when the enable request after them fails";
+const char* kDismountedLeft = "a failure after the dismount leaves the volume dismounted (the system mounts it again at its next use)";
+const char* kRebuildNoBase = "rebuild: an old record that cannot be read is not the base: the disk comes back with a new signature";
+}  // namespace prescribed
+
+// --- Reading states.
+
+const json* diskOf(const json& s, int index) {
+  if (!s.contains("controller") || !s["controller"].contains("disks")) return nullptr;
+  for (const json& d : s["controller"]["disks"])
+    if (d.value("index", -1) == index) return &d;
+  return nullptr;
+}
+
+std::vector<json> volumesOf(const json& s, int index) {
+  std::vector<json> found;
+  if (s.contains("volumes"))
+    for (const json& v : s["volumes"])
+      if (v.contains("disk") && v["disk"].get<int>() == index) found.push_back(v);
+  return found;
+}
+
+std::vector<std::string> pathsOf(const json& volume) {
+  std::vector<std::string> p;
+  for (const char* key : {"interfacePath", "devicePath"})
+    if (volume.contains(key)) p.push_back(volume[key].get<std::string>());
+  return p;
+}
+
+bool isPathOf(const json& volume, const std::string& path) {
+  for (const std::string& p : pathsOf(volume))
+    if (sim::sameNoCase(p, path)) return true;
+  return false;
+}
+
+bool hasLetter(const json& volume) {
+  if (!volume.contains("mountPoints")) return false;
+  for (const json& mp : volume["mountPoints"]) {
+    const std::string m = mp.get<std::string>();
+    if (m.size() == 3 && m[1] == ':') return true;
+  }
+  return false;
+}
+
+// A disk's signature as the first 8 hex digits of its MountedDevices data.
+std::string signatureData(const json& disk) {
+  if (!disk.contains("signature")) return {};
+  const std::uint32_t sig = sim::parseNumber(disk["signature"]);
+  char hex[9];
+  std::snprintf(hex, sizeof hex, "%02x%02x%02x%02x", sig & 0xFF, (sig >> 8) & 0xFF, (sig >> 16) & 0xFF, sig >> 24);
+  return hex;
+}
+
+bool carries(const json& value, const std::string& sigData) {
+  if (sigData.empty() || !value.contains("data") || !value["data"].is_string()) return false;
+  return sim::lowerAscii(value["data"].get<std::string>()).rfind(sigData, 0) == 0;
+}
+
+json* mountedDevices(json& s) {
+  if (!s.contains("registry") || !s["registry"].contains("SYSTEM\\MountedDevices")) return nullptr;
+  return &s["registry"]["SYSTEM\\MountedDevices"];
+}
+const json* mountedDevices(const json& s) { return mountedDevices(const_cast<json&>(s)); }
+
+const json* fileAt(const json& s, const std::string& path) {
+  if (s.contains("files"))
+    for (const json& f : s["files"])
+      if (sim::sameNoCase(f.value("path", ""), path)) return &f;
+  return nullptr;
+}
+
+// The first place where two states differ, or "" when they do not.
+std::string firstDifference(const json& a, const json& b, const std::string& at = "") {
+  if (a == b) return {};
+  if (a.is_object() && b.is_object()) {
+    for (auto it = a.begin(); it != a.end(); ++it) {
+      if (!b.contains(it.key())) return at + "/" + it.key() + " is gone";
+      const std::string d = firstDifference(it.value(), b[it.key()], at + "/" + it.key());
+      if (!d.empty()) return d;
+    }
+    for (auto it = b.begin(); it != b.end(); ++it)
+      if (!a.contains(it.key())) return at + "/" + it.key() + " is new";
+  }
+  if (a.is_array() && b.is_array()) {
+    if (a.size() != b.size())
+      return at + " has " + std::to_string(b.size()) + " entries, had " + std::to_string(a.size());
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      const std::string d = firstDifference(a[i], b[i], at + "[" + std::to_string(i) + "]");
+      if (!d.empty()) return d;
+    }
+  }
+  std::string was = a.dump(), now = b.dump();
+  if (was.size() > 80) was = was.substr(0, 77) + "...";
+  if (now.size() > 80) now = now.substr(0, 77) + "...";
+  return at + ": " + was + " became " + now;
+}
+
+// Two states that must be equal but for parts named rules leave open: each
+// allowed part is taken out of both, and a rule counts when its part differed.
+class Allowance {
+ public:
+  Allowance(json a, json b) : a_(std::move(a)), b_(std::move(b)) {}
+  void allow(bool when, const char* rule, const std::function<void(json&)>& strip) {
+    if (!when) return;
+    json a = a_, b = b_;
+    strip(a);
+    strip(b);
+    if (a == a_ && b == b_) return;
+    if (rule && firstDifference(a_, b_) != firstDifference(a, b)) rules_.push_back(rule);
+    a_ = std::move(a);
+    b_ = std::move(b);
+  }
+  bool equal() const { return a_ == b_; }
+  std::string difference() const { return firstDifference(a_, b_); }
+  const std::vector<const char*>& rules() const { return rules_; }
+
+ private:
+  json a_, b_;
+  std::vector<const char*> rules_;
+};
+
+// --- What the command may change, taken out of a state so that the rest
+// can be compared before and after.
+
+void eraseDisk(json& s, int index) {
+  if (s.contains("controller") && s["controller"].contains("disks")) {
+    json& disks = s["controller"]["disks"];
+    for (auto it = disks.begin(); it != disks.end();)
+      it = it->value("index", -1) == index ? disks.erase(it) : it + 1;
+  }
+  if (s.contains("volumes")) {
+    json& vols = s["volumes"];
+    for (auto it = vols.begin(); it != vols.end();)
+      it = (it->contains("disk") && (*it)["disk"].get<int>() == index) ? vols.erase(it) : it + 1;
+  }
+}
+
+void eraseFile(json& s, const std::string& path) {
+  if (path.empty() || !s.contains("files")) return;
+  json& files = s["files"];
+  for (auto it = files.begin(); it != files.end();)
+    it = sim::sameNoCase(it->value("path", ""), path) ? files.erase(it) : it + 1;
+}
+
+void eraseValuesCarrying(json& s, const std::string& sigData) {
+  json* key = mountedDevices(s);
+  if (!key) return;
+  json kept = json::object();
+  for (auto it = key->begin(); it != key->end(); ++it)
+    if (!carries(it.value(), sigData)) kept[it.key()] = it.value();
+  *key = kept;
+}
+
+void eraseNewValues(json& s, const json& s0) {
+  json* key = mountedDevices(s);
+  const json* old = mountedDevices(s0);
+  if (!key) return;
+  json kept = json::object();
+  for (auto it = key->begin(); it != key->end(); ++it)
+    if (old && old->contains(it.key())) kept[it.key()] = it.value();
+  *key = kept;
+}
+
+// The image file a disk saves to, from its settings as the controller keeps them.
+std::string imagePathOf(const json& s0, int index) {
+  const json* d = diskOf(s0, index);
+  if (!d || !d->contains("settingsRecord")) return {};
+  const std::vector<std::uint8_t> r = sim::fromHex((*d)["settingsRecord"].get<std::string>());
+  if (r.size() < 52) return {};
+  const std::size_t at = r[48] | (r[49] << 8), len = r[50] | (r[51] << 8);
+  if (len == 0 || at + 62 >= r.size()) return {};
+  std::wstring path;
+  for (std::size_t i = at + 38 + 24; i + 1 < r.size() && i < at + len; i += 2) {
+    const wchar_t c = static_cast<wchar_t>(r[i] | (r[i + 1] << 8));
+    if (!c) break;
+    path += c;
+  }
+  return toUtf8(path);
+}
+
+json outsideScope(const RunSpec& spec, const json& s0, json s) {
+  const std::string cmd = spec.command();
+  const int n = spec.disk;
+  s.erase("broadcasts");  // checked on their own where they are announced
+  if (cmd == "add") {
+    if (s.contains("controller") && s["controller"].contains("disks")) {
+      json& disks = s["controller"]["disks"];
+      for (auto it = disks.begin(); it != disks.end();)
+        it = diskOf(s0, it->value("index", -1)) ? it + 1 : disks.erase(it);
+    }
+    if (s.contains("volumes")) {
+      json& vols = s["volumes"];
+      for (auto it = vols.begin(); it != vols.end();)
+        it = (it->contains("disk") && !diskOf(s0, (*it)["disk"].get<int>())) ? vols.erase(it) : it + 1;
+    }
+    eraseNewValues(s, s0);
+    s["host"].erase("autoMount");
+  } else if (cmd == "del" || cmd == "rebuild") {
+    const json* d = diskOf(s0, n);
+    eraseFile(s, imagePathOf(s0, n));
+    if (cmd == "rebuild") {
+      // The new disk may come with another signature and take the old letter.
+      if (d) eraseValuesCarrying(s, signatureData(*d));
+      if (const json* now = diskOf(s, n)) eraseValuesCarrying(s, signatureData(*now));
+      eraseNewValues(s, s0);
+    }
+    eraseDisk(s, n);
+  } else if (cmd == "edit") {
+    const json* d = diskOf(s0, n);
+    if (d) eraseValuesCarrying(s, signatureData(*d));
+    eraseDisk(s, n);
+  } else if (cmd == "init") {
+    if (s.contains("volumes"))
+      for (json& v : s["volumes"])
+        if (v.contains("disk") && v["disk"].get<int>() == n)
+          for (const char* k : {"fileSystem", "label", "serial", "sectorsPerCluster", "freeBytes", "freeToCaller",
+                                "dismounted", "heldByOthers"})
+            v.erase(k);
+  } else if (cmd == "save" || cmd == "export") {
+    eraseFile(s, spec.file);
+  } else if (cmd == "im" && spec.args.size() > 1) {
+    s["controller"].erase("im");
+  }
+  return s;
+}
+
+// --- Reading the run.
+
+std::vector<std::wstring> linesOf(const std::wstring& text) {
+  std::vector<std::wstring> lines;
+  std::wstring cur;
+  for (wchar_t c : text) {
+    if (c == L'\n') {
+      lines.push_back(cur);
+      cur.clear();
+    } else if (c != L'\r') {
+      cur += c;
+    }
+  }
+  if (!cur.empty()) lines.push_back(cur);
+  return lines;
+}
+
+bool hasLineStarting(const std::wstring& text, const std::wstring& prefix) {
+  for (const std::wstring& l : linesOf(text))
+    if (l.rfind(prefix, 0) == 0) return true;
+  return false;
+}
+
+bool says(const std::wstring& text, const std::wstring& part) { return text.find(part) != std::wstring::npos; }
+
+bool isRequest(const Call& c, std::uint32_t code) { return c.api == sim::calls::kDeviceIoControl && c.code == code; }
+
+// The index of the first successful removal that was meant (not the test), or -1.
+long removalAt(const std::vector<Call>& calls) {
+  for (std::size_t i = 0; i < calls.size(); ++i) {
+    const Call& c = calls[i];
+    if (isRequest(c, ioctl::RemoveDisk) && !c.injected && c.ok && c.in.size() >= 14 && c.in[13] == 0)
+      return static_cast<long>(i);
+  }
+  return -1;
+}
+
+long successfulRequestAt(const std::vector<Call>& calls, std::uint32_t code) {
+  for (std::size_t i = 0; i < calls.size(); ++i)
+    if (isRequest(calls[i], code) && !calls[i].injected && calls[i].ok) return static_cast<long>(i);
+  return -1;
+}
+
+// The request the open at calls[i] was made for: the run without the fault
+// made the same calls up to the fault, and its next call is that request.
+const Call* requestOfOpen(const std::vector<Call>& calls, const std::vector<Call>& baseline, std::size_t i) {
+  if (calls[i].api != sim::calls::kCreateFileW || i + 1 >= baseline.size() || baseline[i].api != calls[i].api ||
+      baseline[i].path != calls[i].path || baseline[i + 1].api != sim::calls::kDeviceIoControl)
+    return nullptr;
+  return &baseline[i + 1];
+}
+
+// A call that finds the volumes of a disk (enumeration, drive types, extents,
+// the disk's device number), or the open made for one of those requests.
+bool findsVolumes(const std::vector<Call>& calls, const std::vector<Call>& baseline, std::size_t i) {
+  const Call* c = &calls[i];
+  if (const Call* r = requestOfOpen(calls, baseline, i)) c = r;
+  return c->api == sim::calls::kSetupDiGetClassDevsW || c->api == sim::calls::kGetDriveTypeW ||
+         isRequest(*c, ioctl::VolumeGetVolumeDiskExtents) || isRequest(*c, ioctl::QueryDeviceNumber);
+}
+
+// A failed request with this code, or a failed open made for one.
+bool failedRequest(const std::vector<Call>& calls, const std::vector<Call>& baseline, std::uint32_t code) {
+  for (std::size_t i = 0; i < calls.size(); ++i) {
+    if (!calls[i].injected && calls[i].ok) continue;
+    const Call* c = &calls[i];
+    if (const Call* r = requestOfOpen(calls, baseline, i)) c = r;
+    if (isRequest(*c, code)) return true;
+  }
+  return false;
+}
+
+// Before calls[until]: was `volume` dismounted, and if not, which prescribed
+// rule explains it. Returns "" when it was dismounted, a prescribed rule, or
+// nullptr-like "?" when nothing explains it.
+std::string whyNotDismounted(const std::vector<Call>& calls, const std::vector<Call>& baseline, long until,
+                             const json& volume) {
+  bool opened = false, openFailed = false, dismountFailed = false;
+  for (long i = 0; i < until; ++i) {
+    const Call& c = calls[static_cast<std::size_t>(i)];
+    if (!isPathOf(volume, c.path)) continue;
+    if (isRequest(c, ioctl::FsctlDismountVolume)) {
+      if (!c.injected && c.ok) return "";
+      dismountFailed = true;
+    }
+    if (c.api == sim::calls::kCreateFileW && c.device && c.access == DeviceIo::GenericRead) {
+      opened = true;
+      if (c.injected || !c.ok) openFailed = true;
+    }
+  }
+  if (dismountFailed) return prescribed::kDismountUnread;
+  if (opened && openFailed) return prescribed::kForcedUnopened;
+  if (!opened) {
+    for (long i = 0; i < until; ++i)
+      if (calls[static_cast<std::size_t>(i)].injected && findsVolumes(calls, baseline, static_cast<std::size_t>(i)))
+        return prescribed::kNotFound;
+  }
+  return "?";
+}
+
+bool injectedInto(const std::vector<Call>& calls, const char* api) {
+  for (const Call& c : calls)
+    if (c.injected && c.api == api) return true;
+  return false;
+}
+
+// --- The checks.
+
+struct Check {
+  const RunSpec& spec;
+  const Injection& inj;
+  const Outcome& base;
+  const Outcome& run;
+  Findings& findings;
+
+  void fail(const char* rule, const std::string& detail) { findings.violation(spec, inj, rule, detail); }
+  void accept(const std::string& rule) { findings.accept(spec, inj, rule); }
+  std::string cmd() const { return spec.command(); }
+  const json& s0() const { return run.before; }
+  const json& s1() const { return run.after; }
+
+  void exitAndWords() {
+    if (run.exit != 0 && run.exit != 3 && run.exit != 4) fail(must::kExitCode, "exit code " + std::to_string(run.exit));
+    if (run.exit == 3 && !hasLineStarting(run.err, L"Error:"))
+      fail(must::kErrorLine, "standard error: \"" + toUtf8(run.err) + "\"");
+    if (run.leakedHandles != 0) fail(must::kHandles, std::to_string(run.leakedHandles) + " still open at the end");
+  }
+
+  // Every "0x%08x" in a line the run without the fault did not print.
+  void codesShown() {
+    const std::vector<std::wstring> before = linesOf(base.out + base.err);
+    for (const std::wstring& line : linesOf(run.out + run.err)) {
+      bool old = false;
+      for (const std::wstring& b : before) old = old || b == line;
+      if (old) continue;
+      for (std::size_t at = line.find(L"0x"); at != std::wstring::npos; at = line.find(L"0x", at + 2)) {
+        if (at + 10 > line.size()) break;
+        const std::wstring digits = line.substr(at + 2, 8);
+        bool hex = true;
+        for (wchar_t c : digits) hex = hex && std::iswxdigit(static_cast<wint_t>(c));
+        if (!hex) continue;
+        const std::uint32_t shown = static_cast<std::uint32_t>(std::stoul(digits, nullptr, 16));
+        codeInLine(line, shown);
+      }
+    }
+  }
+
+  void codeInLine(const std::wstring& line, std::uint32_t shown) {
+    if (shown == inj.rule.error) return;
+    if (line.rfind(L"Warning: mounting", 0) == 0 && (shown == 6 || shown == 7 || shown == 9))
+      return accept(prescribed::kMountStatus);
+    if (line.rfind(L"Error: exporting disk", 0) == 0 && (shown == 110 || shown == 29))
+      return accept(prescribed::kExportCodes);
+    if (inj.rule.error == 0 && shown == 31 &&
+        (says(line, L"creating disk failed") || says(line, L"removing disk") || says(line, L"rebuilding disk failed") ||
+         says(line, L"disk cannot be removed")))
+      return accept(prescribed::kErrorZero);
+    for (const Call& c : run.calls)
+      if (c.device && !c.injected && !c.ok && c.error == shown) return accept(prescribed::kOtherCallsCode);
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "0x%08x", shown);
+    fail(must::kCodeShown, "\"" + toUtf8(line) + "\" shows " + buf + ", the call failed with " +
+                               std::to_string(inj.rule.error));
+  }
+
+  void onlyItsOwn() {
+    const std::string d = firstDifference(outsideScope(spec, s0(), s0()), outsideScope(spec, s0(), s1()));
+    if (!d.empty()) fail(must::kOnlyItsOwn, d);
+  }
+
+  // Output, exit code and state are compared with the run without the
+  // fault; where the words are the same the outcome must be too, except for
+  // the parts a prescribed rule leaves unreported.
+  void sameWordsSameOutcome() {
+    if (run.out != base.out || run.err != base.err || run.exit != base.exit) return;
+    if (base.after == run.after) return;
+    Allowance diff(base.after, run.after);
+    auto allow = [&](bool when, const char* rule, const std::function<void(json&)>& strip) {
+      diff.allow(when, rule, strip);
+    };
+    const std::string c = cmd();
+    const bool removes = c == "del" || c == "rebuild" || c == "init";
+    allow(c == "edit", prescribed::kBroadcastUnreported,
+          [](json& s) { s.erase("broadcasts"); });
+    // Checked against the steps that make a removal safe, in del(), rebuild() and init().
+    allow(removes, nullptr, [](json& s) {
+      if (s.contains("volumes"))
+        for (json& v : s["volumes"]) {
+          v.erase("dismounted");
+          v.erase("heldByOthers");
+        }
+    });
+    allow(c == "add", nullptr, [](json& s) { s["host"].erase("autoMount"); });  // checked in add()
+    allow(c == "edit", prescribed::kEditLive, [](json& s) {
+      s.erase("volumes");
+      s.erase("registry");
+      for (json& d : s["controller"]["disks"]) {
+        json stored = json::object();
+        for (const char* k : {"index", "settings", "settingsRecord", "pendingSettingsRecord"})
+          if (d.contains(k)) stored[k] = d[k];
+        d = stored;
+      }
+    });
+    allow(c == "im" && !failedRequest(base.calls, base.calls, ioctl::QueryImStatus) &&
+              failedRequest(run.calls, base.calls, ioctl::QueryImStatus),
+          prescribed::kImStatusUnread, [](json& s) { s["controller"].erase("im"); });
+    allow(c == "save" && injectedInto(run.calls, sim::calls::kReadFile), prescribed::kSaveFormatUnread,
+          [&](json& s) { eraseFile(s, spec.file); });
+    allow(c == "rebuild" && successfulRequestAt(base.calls, ioctl::ReadDiskSettingsRecord) >= 0 &&
+              successfulRequestAt(run.calls, ioctl::ReadDiskSettingsRecord) < 0,
+          prescribed::kRebuildNoBase, [&](json& s) {
+            for (const json* d : {diskOf(base.after, spec.disk), diskOf(run.after, spec.disk)})
+              if (d) eraseValuesCarrying(s, signatureData(*d));
+            eraseDisk(s, spec.disk);
+          });
+    if (diff.equal()) {
+      for (const char* r : diff.rules()) accept(r);
+      return;
+    }
+    fail(must::kSameWords, "it printed what the run without the fault printed, but " + diff.difference());
+  }
+
+  void removedSafely(long removal, const char* broken) {
+    for (const json& v : volumesOf(s0(), spec.disk)) {
+      const std::string why = whyNotDismounted(run.calls, base.calls, removal, v);
+      if (why.empty()) continue;
+      if (why == "?") {
+        fail(broken, "disk #" + std::to_string(spec.disk) + " was removed while its volume " +
+                         v.value("name", std::string()) + " was not dismounted");
+        continue;
+      }
+      accept(why);
+    }
+  }
+
+  void add() {
+    std::vector<int> added;
+    for (const json& d : s1()["controller"]["disks"])
+      if (!diskOf(s0(), d.value("index", -1))) added.push_back(d.value("index", -1));
+    if ((run.exit == 0 && added.size() != 1) || (run.exit != 0 && !added.empty()))
+      fail(must::kAddCreates, "exit " + std::to_string(run.exit) + " with " + std::to_string(added.size()) + " new disks");
+    const std::wstring success = L"Success: new disk (#";
+    if (const std::size_t at = run.err.find(success); at != std::wstring::npos && added.size() == 1) {
+      const int named = std::stoi(run.err.substr(at + success.size()));
+      if (named != added.front())
+        fail(must::kAddCreates, "the success line names #" + std::to_string(named) + ", the new disk is #" +
+                                    std::to_string(added.front()));
+    }
+    if (s0()["host"]["autoMount"] != s1()["host"]["autoMount"]) {
+      bool restoreFailed = false;
+      for (const Call& c : run.calls)
+        restoreFailed = restoreFailed || ((c.injected || !c.ok) && c.device &&
+                                          (isRequest(c, ioctl::MountmgrSetAutoMount) ||
+                                           (c.api == sim::calls::kCreateFileW && says(fromUtf8(c.path), L"MountPointManager"))));
+      if (restoreFailed) accept(prescribed::kAutoMountKept);
+      else fail(must::kAutoMount, "automatic mounting is now " + s1()["host"]["autoMount"].dump());
+    }
+  }
+
+  void del() {
+    const long removal = removalAt(run.calls);
+    const bool gone = diskOf(s1(), spec.disk) == nullptr;
+    if (removal >= 0) removedSafely(removal, must::kRemovedSafely);
+    if (gone != (run.exit == 0)) fail(must::kDelGone, std::string("exit ") + std::to_string(run.exit) + (gone ? " and the disk is gone" : " and the disk is still there"));
+    if (!gone && removal < 0) {
+      const std::string d = firstDifference(*diskOf(s0(), spec.disk), *diskOf(s1(), spec.disk));
+      if (!d.empty()) fail(must::kOnlyItsOwn, "disk #" + std::to_string(spec.disk) + " changed: " + d);
+    }
+  }
+
+  void rebuild() {
+    const long removal = removalAt(run.calls);
+    const json* now = diskOf(s1(), spec.disk);
+    if (removal >= 0) {
+      removedSafely(removal, must::kRemovedSafely);
+      if (!now) {
+        if (hasLineStarting(run.err, L"Error: rebuilding disk failed"))
+          accept(prescribed::kRebuildLost);
+        else
+          fail(must::kRebuildBack, "disk #" + std::to_string(spec.disk) + " is gone and the output does not say so");
+      }
+    } else if (now) {
+      const std::string d = firstDifference(*diskOf(s0(), spec.disk), *now);
+      if (!d.empty()) fail(must::kOnlyItsOwn, "disk #" + std::to_string(spec.disk) + " changed without a removal: " + d);
+    }
+    if (run.exit == 0 && !now) fail(must::kRebuildBack, "exit 0 and no disk #" + std::to_string(spec.disk));
+  }
+
+  void init() {
+    const long reinit = successfulRequestAt(run.calls, ioctl::ReinitializeDisk);
+    if (reinit >= 0) {
+      for (const json& v : volumesOf(s0(), spec.disk)) {
+        const std::string why = whyNotDismounted(run.calls, base.calls, reinit, v);
+        if (why.empty()) continue;
+        if (why == "?") fail(must::kReinitSafely, "volume " + v.value("name", std::string()) + " was not dismounted");
+        else accept(why);
+      }
+    }
+    if (run.exit == 0 && reinit < 0) fail(must::kInitDone, "exit 0 without a reinitialize request that succeeded");
+    const std::string d = firstDifference(*diskOf(s0(), spec.disk), *diskOf(s1(), spec.disk));
+    if (!d.empty()) fail(must::kOnlyItsOwn, "disk #" + std::to_string(spec.disk) + "'s record changed: " + d);
+  }
+
+  void edit() {
+    const json* disk = diskOf(s0(), spec.disk);
+    const std::string sig = disk ? signatureData(*disk) : std::string();
+    const json* k0 = mountedDevices(s0());
+    const json* k1 = mountedDevices(s1());
+    bool removedOwn = false;
+    if (k0 && k1)
+      for (auto it = k0->begin(); it != k0->end(); ++it) {
+        if (k1->contains(it.key()) && (*k1)[it.key()] == it.value()) continue;
+        if (carries(it.value(), sig)) removedOwn = removedOwn || !k1->contains(it.key());
+        else fail(must::kEditOwnValues, "value " + it.key() + " of another disk changed or went");
+      }
+    bool deleted = false;
+    for (const Call& c : run.calls) deleted = deleted || (c.api == sim::calls::kRegDeleteValueW && !c.injected);
+    if (removedOwn && deleted) {
+      bool written = false;
+      if (k1)
+        for (auto it = k1->begin(); it != k1->end(); ++it)
+          written = written || (carries(it.value(), sig) && (!k0 || !k0->contains(it.key()) || (*k0)[it.key()] != it.value()));
+      if (!written) {
+        if (injectedInto(run.calls, sim::calls::kRegSetValueExW)) accept(prescribed::kEditValueLost);
+        else fail(must::kEditValueWritten, "the disk's values were removed and none was written");
+      }
+    }
+    bool wrote = false;
+    for (const Call& c : run.calls) wrote = wrote || (c.api == sim::calls::kRegSetValueExW && !c.injected);
+    if (wrote && k1) {
+      // Every other value of the signature went with the walk, unless the walk could not see it.
+      std::size_t own = 0;
+      for (auto it = k1->begin(); it != k1->end(); ++it) own += carries(it.value(), sig) ? 1 : 0;
+      if (own > 1) {
+        if (injectedInto(run.calls, sim::calls::kRegEnumValueW) || injectedInto(run.calls, sim::calls::kRegDeleteValueW))
+          accept(prescribed::kEditWalkCut);
+        else
+          fail(must::kEditStaleValues, std::to_string(own) + " values carry the disk's signature");
+      }
+    }
+    if (run.exit == 0 && successfulRequestAt(base.calls, ioctl::ChangeDiskSettings) >= 0 &&
+        successfulRequestAt(run.calls, ioctl::ChangeDiskSettings) < 0 && !says(run.out, L"No settings have changed."))
+      fail(must::kEditStored, "exit 0 without a settings update that succeeded");
+    const std::vector<json> v0 = volumesOf(s0(), spec.disk), v1 = volumesOf(s1(), spec.disk);
+    if (!v0.empty() && hasLetter(v0.front()) && !v1.empty() && !hasLetter(v1.front())) {
+      if (injectedInto(run.calls, sim::calls::kSetVolumeMountPointW)) accept(prescribed::kEditNoLetter);
+      else fail(must::kEditLetterKept, "the disk's volume has no drive letter any more");
+    }
+  }
+
+  void save() {
+    const json* f0 = fileAt(s0(), spec.file);
+    const json* f1 = fileAt(s1(), spec.file);
+    if (run.exit == 0 && (!f1 || (f0 && *f0 == *f1 && !f0->contains("head"))))
+      fail(must::kSaveWritten, "exit 0 and " + spec.file + " was not written");
+  }
+
+  void exportFile() {
+    const json* f0 = fileAt(s0(), spec.file);
+    const json* f1 = fileAt(s1(), spec.file);
+    const bool changed = f1 && (!f0 || *f0 != *f1);
+    const bool silent = std::find(spec.args.begin(), spec.args.end(), L"-s") != spec.args.end();
+    if (changed && f0 && !silent && !says(run.err, L"already exists. Are you sure to overwrite it?")) {
+      if (injectedInto(run.calls, sim::calls::kGetFileAttributesW)) accept(prescribed::kExportUnasked);
+      else fail(must::kExportAsks, spec.file + " was overwritten without the question");
+    }
+    if (run.exit == 0) {
+      const std::vector<std::uint8_t> bytes =
+          f1 && f1->contains("head") ? sim::fromHex((*f1)["head"].get<std::string>()) : std::vector<std::uint8_t>();
+      const DescriptorCheck check = CheckDescriptor(bytes.data(), bytes.size());
+      const json* disk = diskOf(s0(), spec.disk);
+      const std::vector<std::uint8_t> record =
+          disk && disk->contains("settingsRecord") ? sim::fromHex((*disk)["settingsRecord"].get<std::string>())
+                                                   : std::vector<std::uint8_t>();
+      if (!check.valid()) fail(must::kExportWritten, spec.file + ": " + toUtf8(check.problem));
+      else if (check.record != record) fail(must::kExportWritten, spec.file + " holds another record");
+      return;
+    }
+    if (!changed) return;
+    if (hasLineStarting(run.err, L"Error: exporting disk")) accept(prescribed::kExportPartial);
+    else fail(must::kExportTruthful, spec.file + " changed and no export error was shown");
+  }
+
+  // A run that ends with 3 or 4 changed nothing, but for what a named rule leaves.
+  void failureChangesNothing() {
+    if (run.exit != 3 && run.exit != 4) return;
+    if (s0() == s1()) return;
+    const std::string c = cmd();
+    Allowance diff(s0(), s1());
+    auto allow = [&](bool when, const char* rule, const std::function<void(json&)>& strip) {
+      diff.allow(when, rule, strip);
+    };
+    allow(c == "del" || c == "rebuild" || c == "init", prescribed::kDismountedLeft, [&](json& s) {
+      if (s.contains("volumes"))
+        for (json& v : s["volumes"])
+          if (v.contains("disk") && v["disk"].get<int>() == spec.disk) {
+            v.erase("dismounted");
+            v.erase("heldByOthers");
+          }
+    });
+    // Judged in rebuild() and exportFile().
+    allow(c == "rebuild" && removalAt(run.calls) >= 0, nullptr, [&](json& s) { s = outsideScope(spec, s0(), s); });
+    allow(c == "export", nullptr, [&](json& s) { eraseFile(s, spec.file); });
+    allow(c == "im" && successfulRequestAt(run.calls, ioctl::SetImOptions) >= 0 &&
+              successfulRequestAt(run.calls, ioctl::EnableIm) < 0,
+          prescribed::kImOptionsStored, [](json& s) { s["controller"].erase("im"); });
+    if (diff.equal()) {
+      for (const char* r : diff.rules()) accept(r);
+      return;
+    }
+    fail(must::kFailureChangesNothing, "exit " + std::to_string(run.exit) + " and " + diff.difference());
+  }
+
+  void perCommand() {
+    const std::string c = cmd();
+    if (c == "im" && spec.args.size() > 1 && run.exit == 0) {
+      const bool enable = toUtf8(spec.args[1]) == "enable";
+      if (successfulRequestAt(run.calls, enable ? ioctl::EnableIm : ioctl::DisableIm) < 0 &&
+          successfulRequestAt(base.calls, enable ? ioctl::EnableIm : ioctl::DisableIm) >= 0 &&
+          !(!enable && failedRequest(run.calls, base.calls, ioctl::QueryImStatus)))
+        fail(must::kImDone, "exit 0 without the request");
+    }
+    if (c == "add") add();
+    else if (c == "del") del();
+    else if (c == "rebuild") rebuild();
+    else if (c == "init") init();
+    else if (c == "edit") edit();
+    else if (c == "save") save();
+    else if (c == "export") exportFile();
+  }
+};
+
+}  // namespace
+
+void Findings::violation(const RunSpec& spec, const Injection& inj, const std::string& rule, const std::string& detail) {
+  violations.push_back({spec.line(), inj.what, rule, detail, ruleJson(inj.rule)});
+}
+
+void Findings::accept(const RunSpec& spec, const Injection& inj, const std::string& rule) {
+  if (accepted[rule]++ == 0) example[rule] = spec.line() + " | " + inj.what + " | " + ruleJson(inj.rule).dump();
+}
+
+void checkRun(const RunSpec& spec, const Injection& inj, const Outcome& baseline, const Outcome& run,
+              const ListCheck& loadsAndLists, Findings& findings) {
+  Check c{spec, inj, baseline, run, findings};
+  if (run.runaway) {
+    c.fail(must::kEnds, "stopped after its budget of calls; the last was " + run.lastCall);
+    return;
+  }
+  c.exitAndWords();
+  c.codesShown();
+  c.onlyItsOwn();
+  c.sameWordsSameOutcome();
+  c.failureChangesNothing();
+  c.perCommand();
+  if (run.after != run.before && run.after != baseline.after) {
+    const std::string why = loadsAndLists(run.after);
+    if (!why.empty()) c.fail(must::kLoadsAndLists, why);
+  }
+}
+
+void checkBaseline(const RunSpec& spec, const Outcome& baseline, const ListCheck& loadsAndLists, Findings& findings) {
+  const Injection none{{}, "no fault"};
+  Check c{spec, none, baseline, baseline, findings};
+  if (baseline.runaway) {
+    c.fail(must::kEnds, "stopped after its budget of calls; the last was " + baseline.lastCall);
+    return;
+  }
+  c.exitAndWords();
+  if (baseline.exit != 0) c.fail(must::kExitCode, "without a fault it ends with " + std::to_string(baseline.exit) +
+                                                        ": " + toUtf8(baseline.err));
+  c.onlyItsOwn();
+  c.perCommand();
+  const std::string why = loadsAndLists(baseline.after);
+  if (!why.empty()) c.fail(must::kLoadsAndLists, why);
+}
+
+}  // namespace vmd::fault
