@@ -320,6 +320,12 @@ std::unique_ptr<Registry::Key> FaultInjectingRegistry::openForWrite(const std::w
   return std::make_unique<FaultInjectingKey>(std::move(opened), log_, toUtf8(key));
 }
 
+SysResult<std::vector<Registry::Value>> FaultInjectingRegistry::readValues(const std::wstring& key) {
+  if (auto e = log_.enter(calls::kRegOpenKeyExW, 0, toUtf8(key))) return {false, *e, {}};
+  if (auto e = log_.enter(calls::kRegEnumValueW, 0, toUtf8(key))) return {false, *e, {}};
+  return inner_.readValues(key);
+}
+
 // --- System information, clock, broadcasts.
 
 std::optional<SystemInfo::Memory> FaultInjectingSystem::memoryStatus() {

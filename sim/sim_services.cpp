@@ -211,6 +211,14 @@ std::unique_ptr<Registry::Key> SimRegistry::openForWrite(const std::wstring& wke
   return std::make_unique<SimKey>(m_, key);
 }
 
+SysResult<std::vector<Registry::Value>> SimRegistry::readValues(const std::wstring& wkey) {
+  const RegKey* k = findKey(m_.world, toUtf8(wkey));
+  if (!k) return {false, syserr::FileNotFound, {}};
+  std::vector<Value> values;
+  for (const RegValue& v : k->values) values.push_back({fromUtf8(v.name), v.type, v.data});
+  return {true, 0, std::move(values)};
+}
+
 std::optional<SystemInfo::Memory> SimSystem::memoryStatus() {
   const HostState& h = m_.world.host;
   return Memory{h.totalPhys, h.availPhys};
