@@ -14,6 +14,7 @@ A case (tests/wine/snapshot/*.json) holds:
   drives    letters that are fixed drives on folders of their own
   machine   the driver's machine (the simulator's state schema)
   try       commands with -s, run one after the other on both sides
+  holds     texts the copy must hold as they are (labels, paths in any script)
 
 For each case:
 1. vmdsnap.exe captures the machine (exit code 0, nothing on standard error),
@@ -300,6 +301,37 @@ def export_registry(sides, name):
     return text
 
 
+def without_the_moment(doc):
+    """A capture without what changes from one moment to the next: memory,
+    the clock and free space."""
+    d = copy.deepcopy(doc)
+    d.pop("host", None)
+    d.pop("clock", None)
+    for entry in d.get("drives", []) + d.get("volumes", []):
+        entry.pop("freeBytes", None)
+        entry.pop("freeToCaller", None)
+    return d
+
+
+def holds_texts(sides, doc, texts):
+    """The copy in the file (UTF-8) and on standard output (ASCII) is one
+    document, and holds each text as it is on the machine."""
+    p = sides.wine([sides.snap], "vmdsnap.exe to standard output")
+    try:
+        piped = json.loads(p.stdout.decode("ascii"))
+    except (UnicodeDecodeError, ValueError) as e:
+        raise Failure(f"vmdsnap.exe to standard output: not an ASCII JSON document ({e})")
+    filed = without_the_moment(doc)
+    piped = without_the_moment(piped)
+    if piped != filed:
+        raise Failure("vmdsnap.exe wrote another document to standard output than to its file: "
+                      + (first_difference(filed, piped) or ""))
+    text = json.dumps(doc, ensure_ascii=False)
+    for t in texts:
+        if json.dumps(t, ensure_ascii=False)[1:-1] not in text:
+            raise Failure(f"the copy does not hold {t}")
+
+
 def read_commands(sides, doc, copy_path):
     disks = [d["index"] for d in doc.get("controller", {}).get("disks", [])]
     commands = [["ls"]] + [["view", str(i)] for i in disks] + [["im"], ["mem"], ["ver"]]
@@ -397,6 +429,8 @@ def main():
             raise Failure("a case without the driver has no machine to arrange and nothing to try")
         doc = read_only_capture(sides, a, "copy.json")
         copy_path = os.path.join(work, "copy.json")
+        if case.get("holds"):
+            holds_texts(sides, doc, case["holds"])
         compared = read_commands(sides, doc, copy_path)
         tried = try_commands(sides, a, case, prefix, copy_path) if a.state else 0
         if a.state and os.path.exists(a.state + ".error"):
