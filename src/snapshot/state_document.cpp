@@ -19,7 +19,7 @@ using json = nlohmann::ordered_json;
 using sim::hex32;
 using sim::toHex;
 
-constexpr std::uint32_t kRegDword = 4, kRegBinary = 3;
+constexpr std::uint32_t kRegDword = 4;
 constexpr std::uint32_t kAttrDirectory = 0x10;
 const char* const kDriveTypes[] = {"unknown", "norootdir", "removable", "fixed", "remote", "cdrom", "ramdisk"};
 
