@@ -240,6 +240,27 @@ TEST(Capture, WhatCannotBeReadIsNamedWithItsErrorAndTheRestIsKept) {
   EXPECT_EQ(s.document["volumes"].size(), 5u);
 }
 
+// Without administrator rights the controller refuses to be opened: what it
+// would have answered is named, and the copy is of a machine without the rights.
+TEST(Capture, WithoutAdministratorRightsWhatIsRefusedIsNamed) {
+  json state = richMachine();
+  state["host"]["administrator"] = false;
+  state["faults"] = json::array(
+      {{{"api", "CreateFileW"}, {"path", "\\\\?\\root#scsiadapter#0000#{48fa1fe0-7189-432a-9fd4-9db766b64b31}"},
+        {"error", 5}}});
+  sim::Machine m(state);
+  const Snapped s = snap(m);
+  std::vector<std::wstring> gaps;
+  for (const Gap& g : s.capture.gaps) gaps.push_back(g.what + L" " + std::to_wstring(g.error));
+  EXPECT_EQ(gaps, (std::vector<std::wstring>{L"the controller's version 5", L"the Invisible Memory status 5",
+                                             L"the controller's list of disks 5"}));
+  EXPECT_FALSE(s.document["host"]["administrator"].get<bool>());
+  sim::Machine copy(s.document);
+  const Outcome r = runCommand(copy, {L"ls"});
+  EXPECT_EQ(r.code, 3);
+  EXPECT_EQ(r.err, runCommand(m, {L"ls"}).err);
+}
+
 TEST(Capture, WithoutAControllerTheCopyHasNone) {
   sim::Machine m(json{{"schema", 2}, {"controller", {{"present", false}}}});
   const Snapped s = snap(m);
