@@ -323,9 +323,11 @@ TEST(Vmdsnap, TheFileIsWrittenWholeInUtf8) {
   const std::filesystem::path file = dir / "copy.json";
   const Outcome r = runVmdsnap(m, {L"-o", fromUtf8(file.string())});
   EXPECT_EQ(r.code, 0) << toUtf8(r.err);
-  std::ifstream in(file, std::ios::binary);
   std::stringstream text;
-  text << in.rdbuf();
+  {
+    std::ifstream in(file, std::ios::binary);  // closed before the folder goes: Windows keeps an open file
+    text << in.rdbuf();
+  }
   EXPECT_NE(text.str().find("\"Данные\""), std::string::npos);
   EXPECT_EQ(json::parse(text.str()), snap(m).document);
   std::size_t entries = 0;
