@@ -224,8 +224,13 @@ def comparable(doc):
     # Wine's mount manager keeps its drives as Unix paths; a disk's value is 12 bytes.
     mounted = {k: v for k, v in mounted.items()
                if v.get("type") == "REG_BINARY" and len(v.get("data", "")) == 24}
+    # The other drives and volumes are the prefix's own, the same on both
+    # sides but for their free space, which is the moment's.
+    moment = without_the_moment(doc)
+    drives = moment.get("drives", [])
+    other_volumes = [v for v in moment.get("volumes", []) if "disk" not in v]
     return {"controller": controller, "diskVolumes": disk_volumes, "letters": sorted(letters),
-            "mountedDevices": mounted}
+            "mountedDevices": mounted, "drives": drives, "otherVolumes": other_volumes}
 
 
 def first_difference(a, b, where=""):
