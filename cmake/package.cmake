@@ -1,5 +1,5 @@
-# The release package: vmdctl-<version>-win64.zip with vmdctl.exe and
-# vddinfo.exe (stripped), README.txt and COMMANDS.txt, the command reference
+# The release package: vmdctl-<version>-win64.zip with vmdctl.exe, vddinfo.exe,
+# vmdsnap.exe and vmdctl-sim.exe (stripped), README.txt and COMMANDS.txt, the command reference
 # written from the catalogue and the command table, so it says what the
 # program prints.
 #   cmake --build build/win --target release
@@ -17,7 +17,7 @@ add_custom_command(
   COMMENT "Writing README.txt and COMMANDS.txt")
 add_custom_target(package_texts DEPENDS ${PACKAGE_TEXT_DIR}/COMMANDS.txt ${PACKAGE_TEXT_DIR}/README.txt)
 
-install(TARGETS vmdctl vddinfo RUNTIME DESTINATION . COMPONENT release)
+install(TARGETS vmdctl vddinfo vmdsnap vmdctl-sim RUNTIME DESTINATION . COMPONENT release)
 install(FILES ${PACKAGE_TEXT_DIR}/README.txt ${PACKAGE_TEXT_DIR}/COMMANDS.txt DESTINATION . COMPONENT release)
 
 # Installing builds only what the package holds, not the test programs.
@@ -40,6 +40,6 @@ add_custom_target(release
   WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
   COMMENT "Packing vmdctl-${PROJECT_VERSION}-win64.zip"
   VERBATIM)
-add_dependencies(release vmdctl vddinfo package_texts)
+add_dependencies(release vmdctl vddinfo vmdsnap vmdctl-sim package_texts)
 # A full build writes the texts too, for `package`.
 add_custom_target(package_texts_all ALL DEPENDS package_texts)

@@ -110,3 +110,31 @@ if(VMDCTL_WIN_BUILD_DIR)
                          TIMEOUT 120)
   endforeach()
 endif()
+
+# --- vmdsnap.exe under Wine (tests/wine/run_snapshot.py): each machine of
+# tests/wine/snapshot captured, read-only, and its copy proven by difference
+# against the real vmdctl.exe on the test driver, one at a time like the
+# driver's scenarios; the machine without a controller in the prefix without
+# the driver.
+if(VMDCTL_WIN_BUILD_DIR)
+  file(GLOB SNAPSHOT_CASES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/wine/snapshot/*.json)
+  foreach(case ${SNAPSHOT_CASES})
+    get_filename_component(name ${case} NAME_WE)
+    set(runner ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/wine/run_snapshot.py --build ${VMDCTL_WIN_BUILD_DIR}
+               --sim $<TARGET_FILE:vmdctl-sim> --snap-sim $<TARGET_FILE:vmdsnap-sim>)
+    if(name STREQUAL "no_controller")
+      add_test(NAME wine.snapshot.${name} COMMAND ${runner} --prefix ${WINE_PREFIX} ${case})
+      set_tests_properties(wine.snapshot.${name} PROPERTIES FIXTURES_REQUIRED wineprefix RESOURCE_LOCK vmdctl_instance
+                           TIMEOUT 180)
+    else()
+      set(proof)
+      if(name STREQUAL "read_only")
+        set(proof --registry)
+      endif()
+      add_test(NAME wine.snapshot.${name}
+               COMMAND ${runner} --prefix ${DRIVER_PREFIX} --state ${DRIVER_STATE} ${proof} ${case})
+      set_tests_properties(wine.snapshot.${name} PROPERTIES FIXTURES_REQUIRED winedriver RESOURCE_LOCK winedriver
+                           TIMEOUT 180)
+    endif()
+  endforeach()
+endif()

@@ -1,5 +1,6 @@
 # The Windows build: the Win32 side of the platform, the resources, and the
-# two executables (vmdctl.exe and vmdctl-sim.exe) in the build folder's root.
+# executables (vmdctl.exe, vmdctl-sim.exe, vddinfo.exe, vmdsnap.exe) in the
+# build folder's root.
 if(NOT VMD_WINDMC)
   set(VMD_WINDMC windmc)
 endif()
@@ -57,7 +58,22 @@ endfunction()
 vmd_windows_executable(vmdctl ${CMAKE_SOURCE_DIR}/src/shell/main_win32.cpp)
 target_link_libraries(vmdctl PRIVATE vmdctl_win32 vmdctl_core)
 
-vmd_windows_executable(vmdctl-sim ${CMAKE_SOURCE_DIR}/sim/main.cpp)
+# vmdctl-sim.exe ships too: the catalogue of vmdctl.exe, its own version information.
+file(WRITE ${RES_DIR}/sim_all.rc.in
+  "#include \"messages.rc\"\n#include \"strings.rc\"\n#include \"vmdctl-sim.rc\"\n")
+configure_file(${RES_DIR}/sim_all.rc.in ${RES_DIR}/sim_all.rc COPYONLY)
+add_custom_command(
+  OUTPUT ${RES_DIR}/vmdctl_sim_res.o
+  COMMAND ${CMAKE_RC_COMPILER} -I ${RES_DIR} -I ${GEN_DIR} -I ${CMAKE_SOURCE_DIR}/sim --input-format=rc -O coff
+          -i ${RES_DIR}/sim_all.rc -o ${RES_DIR}/vmdctl_sim_res.o
+  DEPENDS ${RES_DIR}/sim_all.rc ${RES_DIR}/messages.rc ${RES_DIR}/MSG00409.bin ${GEN_DIR}/strings.rc
+          ${CMAKE_SOURCE_DIR}/sim/vmdctl-sim.rc ${CMAKE_SOURCE_DIR}/sim/vmdctl-sim.manifest
+  COMMENT "Compiling the resources of vmdctl-sim")
+set_source_files_properties(${RES_DIR}/vmdctl_sim_res.o PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+add_executable(vmdctl-sim ${CMAKE_SOURCE_DIR}/sim/main.cpp ${RES_DIR}/vmdctl_sim_res.o)
+target_compile_options(vmdctl-sim PRIVATE -municode)
+target_link_options(vmdctl-sim PRIVATE -municode)
+add_dependencies(vmdctl-sim vmdctl_resources)
 target_link_libraries(vmdctl-sim PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core)
 
 # The Win32 services checked against the system they run on (Wine in the
@@ -103,4 +119,19 @@ target_compile_options(vddinfo PRIVATE -municode)
 target_link_options(vddinfo PRIVATE -municode)
 add_dependencies(vddinfo vmdctl_resources)
 target_link_libraries(vddinfo PRIVATE vddinfo_lib vmdctl_win32 vmdctl_core)
+
+# --- vmdsnap.exe, the capture: its own version information and manifest.
+set(VMDSNAP_SRC ${CMAKE_SOURCE_DIR}/src/snapshot)
+add_custom_command(
+  OUTPUT ${RES_DIR}/vmdsnap_res.o
+  COMMAND ${CMAKE_RC_COMPILER} -I ${VMDSNAP_SRC} --input-format=rc -O coff
+          -i ${VMDSNAP_SRC}/vmdsnap.rc -o ${RES_DIR}/vmdsnap_res.o
+  DEPENDS ${VMDSNAP_SRC}/vmdsnap.rc ${VMDSNAP_SRC}/vmdsnap.manifest
+  COMMENT "Compiling the resources of vmdsnap")
+set_source_files_properties(${RES_DIR}/vmdsnap_res.o PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+add_executable(vmdsnap ${VMDSNAP_SRC}/main_win32.cpp ${RES_DIR}/vmdsnap_res.o)
+target_compile_options(vmdsnap PRIVATE -municode)
+target_link_options(vmdsnap PRIVATE -municode)
+target_link_libraries(vmdsnap PRIVATE vmdsnap_lib vmdctl_simlib vmdctl_win32 vmdctl_core)
+
 include(${CMAKE_SOURCE_DIR}/cmake/package.cmake)  # the release zip

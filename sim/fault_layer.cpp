@@ -408,6 +408,12 @@ SysResult<std::unique_ptr<Registry::Key>> FaultInjectingRegistry::openForWrite(c
   return opened;
 }
 
+SysResult<std::vector<Registry::Value>> FaultInjectingRegistry::readValues(const std::wstring& key) {
+  if (auto e = log_.enter(calls::kRegOpenKeyExW, 0, toUtf8(key))) return {false, *e, {}};
+  if (auto e = log_.enter(calls::kRegEnumValueW, 0, toUtf8(key))) return {false, *e, {}};
+  return inner_.readValues(key);
+}
+
 // --- System information, clock, broadcasts.
 
 SysResult<SystemInfo::Memory> FaultInjectingSystem::memoryStatus() {

@@ -232,6 +232,8 @@ class FaultInjectingRegistry : public Registry {
   FaultInjectingRegistry(Registry& inner, CallLog& log) : inner_(inner), log_(log) {}
   SysResult<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
   SysResult<std::unique_ptr<Key>> openForWrite(const std::wstring& key) override;
+  // Asks what opening the key and enumerating its values ask.
+  SysResult<std::vector<Value>> readValues(const std::wstring& key) override;
 
  private:
   Registry& inner_;

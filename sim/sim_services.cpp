@@ -216,6 +216,14 @@ SysResult<std::unique_ptr<Registry::Key>> SimRegistry::openForWrite(const std::w
   return Opened::success(std::make_unique<SimKey>(m_, key));
 }
 
+SysResult<std::vector<Registry::Value>> SimRegistry::readValues(const std::wstring& wkey) {
+  const RegKey* k = findKey(m_.world, toUtf8(wkey));
+  if (!k) return SysResult<std::vector<Value>>::failure(syserr::FileNotFound);
+  std::vector<Value> values;
+  for (const RegValue& v : k->values) values.push_back({fromUtf8(v.name), v.type, v.data});
+  return SysResult<std::vector<Value>>::success(std::move(values));
+}
+
 SysResult<SystemInfo::Memory> SimSystem::memoryStatus() {
   const HostState& h = m_.world.host;
   return SysResult<Memory>::success({h.totalPhys, h.availPhys});

@@ -27,6 +27,7 @@ class SimRegistry : public Registry {
   explicit SimRegistry(Machine& m) : m_(m) {}
   SysResult<std::uint32_t> readDword(const std::wstring& key, const std::wstring& value) override;
   SysResult<std::unique_ptr<Key>> openForWrite(const std::wstring& key) override;
+  SysResult<std::vector<Value>> readValues(const std::wstring& key) override;
 
  private:
   Machine& m_;

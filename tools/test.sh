@@ -8,7 +8,7 @@ tools/install-deps.sh
 jobs="${JOBS:-2}"
 
 cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdctl_unit_tests vmdtestctl
+cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdsnap vmdctl_unit_tests vmdtestctl
 # The release zip (cmake/package.cmake), which the Wine tier unpacks and checks.
 cmake --build build/win -j"$jobs" --target release
 

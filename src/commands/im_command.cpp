@@ -32,19 +32,8 @@ struct ImOptions {
   }
 };
 
-// Other products that manage Invisible Memory, and the value each sets when it does.
-struct OtherManager {
-  const wchar_t* key;
-  const wchar_t* value;
-};
-constexpr OtherManager kOtherManagers[] = {
-    {L"SYSTEM\\CurrentControlSet\\services\\kelvdrv\\Parameters", L"EnableIM"},
-    {L"SYSTEM\\CurrentControlSet\\services\\SscRdBus\\Parameters", L"MmInstalledInMb"},
-    {L"SYSTEM\\CurrentControlSet\\services\\XRamdisk\\Parameters", L"UsePAE"},
-};
-
 bool otherImManagerPresent(App& app) {
-  for (const OtherManager& m : kOtherManagers) {
+  for (const OtherImManager& m : kOtherImManagers) {
     const SysResult<std::uint32_t> v = app.sys.registry.readDword(m.key, m.value);
     if (v.ok && v.value != 0) return true;
   }

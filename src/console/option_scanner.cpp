@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <string>
+
+#include "base/text_codec.h"
 
 namespace vmd {
 
@@ -332,6 +335,11 @@ int OptionScanner::next(int argc, wchar_t** argv, const wchar_t* optstring, cons
 
 void OptionScanner::reportLeftovers(int argc, wchar_t** argv) {
   for (int i = optind; i < argc; ++i) out_.errStr(strid::ArgumentIgnored, argv[i]);
+}
+
+bool isHelpArgument(const std::wstring& a) {
+  return a == L"-?" || a == L"/?" || equalsNoCase(a, L"-h") || equalsNoCase(a, L"-help") ||
+         equalsNoCase(a, L"--help");
 }
 
 }  // namespace vmd

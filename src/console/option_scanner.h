@@ -37,6 +37,10 @@ struct OptionScanState {
 int scanOptions(int argc, wchar_t** argv, const wchar_t* optstring, const LongOption* longopts, int* longind,
                 int longOnly, OptionScanState& state, int strictOrder, Output& diag);
 
+// The one argument that asks a companion program (vddinfo, vmdsnap) for its
+// help: -?, /?, -h, -help or --help, the words in any case.
+bool isHelpArgument(const std::wstring& argument);
+
 // The process-wide scanner with the calling convention the commands follow:
 // optind is copied into the state before each call, optind/optarg/optopt are
 // copied back after it.

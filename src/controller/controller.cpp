@@ -34,18 +34,19 @@ bool CQnIoCtrl::discover() {
 
 SysResult<std::uint32_t> CQnIoCtrl::request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
                                             std::uint32_t outSize) {
-  return sendRequest(io_, path_, DeviceIo::GenericRead | DeviceIo::GenericWrite,
-                     DeviceIo::ShareRead | DeviceIo::ShareWrite, 0, code, in, inSize, out, outSize);
+  return sendRequest(io_, path_, access_, DeviceIo::ShareRead | DeviceIo::ShareWrite, 0, code, in, inSize, out,
+                     outSize);
 }
 
 std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t code, std::uint8_t index,
-                                         std::uint32_t withheld) {
+                                         std::uint32_t withheld, std::uint32_t* error) {
   const auto request = diskRequestHead(index);
   for (std::uint32_t size = 1024u;; size *= 2) {
     Bytes buffer;
     try {
       buffer.assign(size, 0);
     } catch (const std::bad_alloc&) {
+      if (error) *error = syserr::NotEnoughMemory;
       return std::nullopt;
     }
     const std::uint32_t room = size > withheld ? size - withheld : 0;
@@ -57,8 +58,10 @@ std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t co
       const auto from = buffer.begin() + static_cast<std::ptrdiff_t>(size - room);
       return Bytes(from, from + returned);
     }
-    if ((r.error != syserr::InsufficientBuffer && r.error != syserr::MoreData) || size >= 102400u)
+    if ((r.error != syserr::InsufficientBuffer && r.error != syserr::MoreData) || size >= 102400u) {
+      if (error) *error = r.error;
       return std::nullopt;
+    }
   }
 }
 

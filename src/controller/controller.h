@@ -35,12 +35,17 @@ class CQnIoCtrl {
   SysResult<std::uint32_t> request(std::uint32_t code, const void* in, std::uint32_t inSize, void* out,
                                    std::uint32_t outSize);
 
+  // From now on the controller is opened for reading alone: enough for its
+  // queries, which need read access only, and for nothing that changes it.
+  void openForQueriesOnly() { access_ = DeviceIo::GenericRead; }
+
   DeviceIo& io() { return io_; }
 
  protected:
   DeviceSetup& setup_;
   DeviceIo& io_;
   std::wstring path_;
+  std::uint32_t access_ = DeviceIo::GenericRead | DeviceIo::GenericWrite;
 };
 
 // The layer on which the Invisible Memory requests are made. It adds nothing;
@@ -55,9 +60,10 @@ class CImIoCtrl : public CQnIoCtrl {
 // controller fails with 122 or 234 and the buffer is below 102400 bytes (so
 // the largest tried is 131072); each try opens the controller afresh. The
 // first `withheld` bytes of the buffer are not given to the controller.
-// Returns the bytes the controller returned, or nothing on any other failure.
+// Returns the bytes the controller returned, or nothing on any other failure
+// (its system error then in *error, when asked for).
 std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t code, std::uint8_t index,
-                                         std::uint32_t withheld);
+                                         std::uint32_t withheld, std::uint32_t* error = nullptr);
 
 struct ControllerFacts {
   std::uint16_t major = 0, minor = 0, build = 0;

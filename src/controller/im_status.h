@@ -43,6 +43,18 @@ inline std::uint64_t imUnitsToMb(std::uint64_t units, std::uint32_t unitSize) { 
 // in `error` (when asked for).
 std::optional<ImStatus> queryImStatus(CImIoCtrl& controller, std::uint32_t* error = nullptr);
 
+// Other products that manage Invisible Memory, and the 32-bit value under
+// HKEY_LOCAL_MACHINE each sets (not 0) when it does, in the order they are asked.
+struct OtherImManager {
+  const wchar_t* key;
+  const wchar_t* value;
+};
+inline constexpr OtherImManager kOtherImManagers[] = {
+    {L"SYSTEM\\CurrentControlSet\\services\\kelvdrv\\Parameters", L"EnableIM"},
+    {L"SYSTEM\\CurrentControlSet\\services\\SscRdBus\\Parameters", L"MmInstalledInMb"},
+    {L"SYSTEM\\CurrentControlSet\\services\\XRamdisk\\Parameters", L"UsePAE"},
+};
+
 // True when Invisible Memory is available to this product (running manager,
 // local state exactly 1); both outputs are then in bytes, else 0.
 bool getImFreeTotal(CImIoCtrl& controller, std::uint64_t* freeBytes, std::uint64_t* totalBytes);

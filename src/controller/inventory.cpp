@@ -37,14 +37,21 @@ std::vector<std::uint8_t> disksInBitmap(const std::array<std::uint8_t, 16>& bitm
   return disks;
 }
 
-std::vector<std::uint32_t> extentDiskNumbers(const std::uint8_t* data, std::size_t size) {
-  std::vector<std::uint32_t> disks;
+std::vector<VolumeExtent> parseVolumeExtents(const std::uint8_t* data, std::size_t size) {
+  std::vector<VolumeExtent> extents;
   const std::uint64_t count = getLE(data, size, 0, 4);
   for (std::uint64_t i = 0; i < count; ++i) {
     const std::size_t at = 8 + 24 * static_cast<std::size_t>(i);
     if (at + 24 > size) break;
-    disks.push_back(static_cast<std::uint32_t>(getLE(data, size, at, 4)));
+    extents.push_back({static_cast<std::uint32_t>(getLE(data, size, at, 4)), getLE(data, size, at + 8, 8),
+                       getLE(data, size, at + 16, 8)});
   }
+  return extents;
+}
+
+std::vector<std::uint32_t> extentDiskNumbers(const std::uint8_t* data, std::size_t size) {
+  std::vector<std::uint32_t> disks;
+  for (const VolumeExtent& e : parseVolumeExtents(data, size)) disks.push_back(e.disk);
   return disks;
 }
 

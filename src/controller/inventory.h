@@ -30,9 +30,18 @@ DiskInfo parseDiskInfo(const std::uint8_t (&raw)[32]);
 // Disk numbers of a QueryDiskBitmap answer, ascending.
 std::vector<std::uint8_t> disksInBitmap(const std::array<std::uint8_t, 16>& bitmap);
 
-// The system disk numbers of an IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS answer
-// (count, padding, then 24-byte extents), one per extent; extents that would
-// lie beyond `size` bytes are not read.
+// One extent of a volume: a system disk number, where on it and how long.
+struct VolumeExtent {
+  std::uint32_t disk = 0;
+  std::uint64_t offset = 0, length = 0;
+};
+
+// The extents of an IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS answer (count,
+// padding, then 24-byte extents); extents that would lie beyond `size`
+// bytes are not read.
+std::vector<VolumeExtent> parseVolumeExtents(const std::uint8_t* data, std::size_t size);
+
+// Their system disk numbers, one per extent.
 std::vector<std::uint32_t> extentDiskNumbers(const std::uint8_t* data, std::size_t size);
 
 class DiskInventory {

@@ -4,6 +4,7 @@
 
 #include "base/format.h"
 #include "base/text_codec.h"
+#include "console/option_scanner.h"
 #include "settings/descriptor_file.h"
 #include "settings/settings_record.h"
 #include "settings/settings_report.h"
@@ -44,11 +45,6 @@ constexpr wchar_t kHelp[] =
     L"    vddinfo \"C:\\Disk Settings\\ramdisk.vdd\"\n";
 
 constexpr wchar_t kUsage[] = L"Usage: vddinfo <file>\nFor more information, type: vddinfo -?\n";
-
-bool isHelp(const std::wstring& a) {
-  return a == L"-?" || a == L"/?" || equalsNoCase(a, L"-h") || equalsNoCase(a, L"-help") ||
-         equalsNoCase(a, L"--help");
-}
 
 bool isLetter(wchar_t c) { return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z'); }
 
@@ -164,7 +160,7 @@ std::wstring AddCommandLine(const DiskSettings& s, wchar_t letter) {
 
 int runDescriptorReader(int argc, wchar_t** argv, FileService& files, Output& out) {
   std::vector<std::wstring> args(argv + (argc > 0 ? 1 : 0), argv + argc);
-  if (args.size() == 1 && isHelp(args[0])) {
+  if (args.size() == 1 && isHelpArgument(args[0])) {
     out.out(kHelp);
     return readerexit::Valid;
   }

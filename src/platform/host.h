@@ -13,4 +13,10 @@ namespace vmd {
 std::unique_ptr<OutputStreams> makeHostStreams();
 std::unique_ptr<MessageCatalog> makeHostCatalog();
 
+// `bytes` as the whole file at `path` on the host's own file system: written
+// to a new file in the same folder, then renamed over `path`, so the path
+// holds the old file or all of the new one, never a part. ok false with the
+// system error otherwise, and the new file is gone again.
+SysStatus replaceHostFile(const std::wstring& path, const std::string& bytes);
+
 }  // namespace vmd

@@ -322,6 +322,10 @@ class Registry {
   // the error (and no key) on failure. Deleting while enumerating shifts
   // later values down.
   virtual SysResult<std::unique_ptr<Key>> openForWrite(const std::wstring& key) = 0;
+  // Every value of the key in enumeration order, the key opened with read
+  // access alone (KEY_READ): ok false with the error when the key cannot be
+  // opened or its values cannot be read to the end.
+  virtual SysResult<std::vector<Value>> readValues(const std::wstring& key) = 0;
 };
 
 struct SystemTime {

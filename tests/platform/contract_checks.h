@@ -633,6 +633,45 @@ inline void driveLetterValuesAreWalkedWithSmallBuffers(Subject& s, Report& r) {
   s.fixture.deleteScratchKey(*scratch);
 }
 
+// Values read back whole through the read-only walk, in the order the key
+// enumerates them (written in name order, which both sides keep).
+inline void valuesAreReadWithReadAccessAlone(Subject& s, Report& r) {
+  const SysResult<std::vector<Registry::Value>> missing = s.registry.readValues(L"SOFTWARE\\" + uniqueName(L"no-key-"));
+  VERIFY(!missing.ok);
+  VERIFY_EQ(missing.error, syserr::FileNotFound);
+  const std::optional<std::wstring> scratch = s.fixture.createScratchKey();
+  VERIFY(scratch.has_value());
+  if (!scratch) return;
+  const SysResult<std::vector<Registry::Value>> empty = s.registry.readValues(*scratch);
+  VERIFY(empty.ok);
+  VERIFY(empty.value.empty());
+  SysResult<std::unique_ptr<Registry::Key>> opened = s.registry.openForWrite(*scratch);
+  VERIFY(opened.ok && opened.value != nullptr);
+  if (opened.ok && opened.value) {
+    Registry::Key* key = opened.value.get();
+    const std::wstring longName = L"\\??\\Volume{" + std::wstring(200, L'7') + L"}";
+    VERIFY(key->setBinary(longName, pattern(5000)).ok);  // more than any first guess of room
+    VERIFY(key->setBinary(L"\\DosDevices\\R:", pattern(12)).ok);
+    VERIFY(key->setBinary(L"\\DosDevices\\\u0416:", pattern(3)).ok);
+    const SysResult<std::vector<Registry::Value>> read = s.registry.readValues(*scratch);
+    VERIFY(read.ok);
+    VERIFY_EQ(read.value.size(), std::size_t{3});
+    if (read.value.size() == 3) {
+      VERIFY(read.value[0].name == longName);
+      VERIFY(read.value[0].data == pattern(5000));
+      VERIFY(read.value[1].name == L"\\DosDevices\\R:");
+      VERIFY(read.value[1].data == pattern(12));
+      VERIFY_EQ(read.value[1].type, 3u);  // REG_BINARY
+      VERIFY(read.value[2].name == L"\\DosDevices\\\u0416:");
+      VERIFY(read.value[2].data == pattern(3));
+    }
+    for (const std::wstring& name : valueNames(*key)) VERIFY(key->deleteValue(name).ok);
+  }
+  opened.value.reset();
+  s.fixture.deleteScratchKey(*scratch);
+  VERIFY(s.registry.readValues(L"SYSTEM\\MountedDevices").ok);
+}
+
 inline void mountedDevicesHoldsTheDrives(Subject& s, Report& r) {
   const SysResult<std::unique_ptr<Registry::Key>> opened = s.registry.openForWrite(L"SYSTEM\\MountedDevices");
   VERIFY(opened.ok);
@@ -945,6 +984,7 @@ inline const std::vector<Check>& checks() {
       {"drive.volume_label_is_set_and_removed", volumeLabelIsSetAndRemoved},
       {"registry.drive_letter_values_are_walked_with_small_buffers", driveLetterValuesAreWalkedWithSmallBuffers},
       {"registry.mounted_devices_holds_the_drives", mountedDevicesHoldsTheDrives},
+      {"registry.values_are_read_with_read_access_alone", valuesAreReadWithReadAccessAlone},
       {"broadcast.of_a_volume_arrival", broadcastOfAVolumeArrival},
   };
   return all;

@@ -3,15 +3,18 @@
 
   check_package.py WIN-BUILD-DIR GENERATED-DIR
 
-The zip holds exactly vmdctl.exe, vddinfo.exe, README.txt and COMMANDS.txt
-in one folder. Both executables are stripped 64-bit console programs that
-import only Windows' own DLLs and carry their version information and
-manifest (vmdctl.exe also the whole catalogue). The texts have Windows line
-ends; README.txt names the version and the exit codes; COMMANDS.txt is what
+The zip holds exactly vmdctl.exe, vddinfo.exe, vmdsnap.exe, vmdctl-sim.exe,
+README.txt and COMMANDS.txt in one folder. The four executables are stripped
+64-bit console programs that import only Windows' own DLLs and carry their
+own version information (OriginalFilename their name) and manifest
+(vmdctl.exe and vmdctl-sim.exe also the whole catalogue). The texts have
+Windows line ends; README.txt names the version, the exit codes and how to
+try a command on a copy of the machine; COMMANDS.txt is what
 tools/gen_commands.py writes from the sources, and each of its sections is
 byte for byte what the packed vmdctl.exe prints for `vmdctl ? <command>`
 under Wine, run as `vmdctl` from the unpacked folder the way a prompt runs
-it.
+it. The packed vmdsnap.exe explains itself (`vmdsnap -?`), and the packed
+vmdctl-sim.exe runs `ver` on a copy.
 """
 import difflib
 import os
@@ -34,7 +37,8 @@ import gen_commands  # noqa: E402
 import run_scenario as scenario  # noqa: E402
 
 pefile = check_imports.pefile
-FILES = ("COMMANDS.txt", "README.txt", "vddinfo.exe", "vmdctl.exe")
+FILES = ("COMMANDS.txt", "README.txt", "vddinfo.exe", "vmdctl-sim.exe", "vmdctl.exe", "vmdsnap.exe")
+EXECUTABLES = ("vmdctl.exe", "vddinfo.exe", "vmdsnap.exe", "vmdctl-sim.exe")
 RULE = "=" * 79
 
 
@@ -114,6 +118,21 @@ def run_help(folder, word, env):
     return scenario.run_to_end(["wine", "cmd", "/c", line], env, 60, cwd=folder)
 
 
+def check_companions(folder, env):
+    """The packed vmdsnap.exe explains itself; the packed vmdctl-sim.exe runs
+    a command on a copy in a file of its own."""
+    problems = []
+    code, out, err = scenario.run_to_end(["wine", "cmd", "/c", "vmdsnap -?"], env, 60, cwd=folder)
+    if code != 0 or err or b"vmdsnap [-o <file>]" not in out:
+        problems.append(f"'vmdsnap -?': exit code {code}, stdout {out[:200]!r}, stderr {err!r}")
+    state = os.path.join(folder, "copy.json")
+    code, out, err = scenario.run_to_end(["wine", "cmd", "/c", "vmdctl-sim --sim-state copy.json ver"], env, 60,
+                                         cwd=folder)
+    if code != 0 or b"Controller version: 5.7.0" not in out or not os.path.isfile(state):
+        problems.append(f"'vmdctl-sim --sim-state copy.json ver': exit code {code}, stdout {out!r}, stderr {err!r}")
+    return problems
+
+
 def main():
     if len(sys.argv) != 3:
         sys.exit("usage: check_package.py WIN-BUILD-DIR GENERATED-DIR")
@@ -134,15 +153,16 @@ def main():
                 problems.append(f"zip holds {names}, expected {expected}")
             z.extractall(work)
         folder = os.path.join(work, base)
-        for exe in ("vmdctl.exe", "vddinfo.exe"):
+        for exe in EXECUTABLES:
             path = os.path.join(folder, exe)
             if os.path.isfile(path):
                 check_binary(path, problems)
-        vmdctl = os.path.join(folder, "vmdctl.exe")
-        if os.path.isfile(vmdctl):
-            messages, strings = gen_catalogue.parse(os.path.join(SOURCE_DIR, "src", "resources", "catalogue.txt"))
-            problems += check_imports.check_executable(
-                vmdctl, {i: gen_catalogue.message_text(b) for i, b in messages}, dict(strings))
+        for exe in ("vmdctl.exe", "vmdctl-sim.exe"):
+            path = os.path.join(folder, exe)
+            if os.path.isfile(path):
+                messages, strings = gen_catalogue.parse(os.path.join(SOURCE_DIR, "src", "resources", "catalogue.txt"))
+                problems += check_imports.check_executable(
+                    path, {i: gen_catalogue.message_text(b) for i, b in messages}, dict(strings))
 
         texts = {}
         for name in ("README.txt", "COMMANDS.txt"):
@@ -162,6 +182,10 @@ def main():
                 problems.append(f"README.txt: exit code {code} missing")
         if "@" in readme:
             problems.append("README.txt: a placeholder was left unfilled")
+        for words in ("Trying a command on a copy of this machine", "vmdsnap -o copy.json",
+                      "vmdctl-sim --sim-state copy.json --sim-trace trace.txt"):
+            if words not in readme:
+                problems.append(f"README.txt: no '{words}'")
 
         commands = texts.get("COMMANDS.txt", "")
         catalogue_messages, _ = gen_catalogue.parse(os.path.join(SOURCE_DIR, "src", "resources", "catalogue.txt"))
@@ -193,13 +217,15 @@ def main():
                                     "COMMANDS.txt", "vmdctl.exe")))
             else:
                 compared += 1
+        problems += check_companions(folder, env)
     finally:
         shutil.rmtree(work, ignore_errors=True)
     if problems:
         print("\n".join(problems))
         print(f"FAIL: {len(problems)} problem(s)")
         return 1
-    print(f"ok: {zip_path}: 4 files, 2 executables, {compared} help texts as the program prints them")
+    print(f"ok: {zip_path}: {len(FILES)} files, {len(EXECUTABLES)} executables, {compared} help texts as the "
+          f"program prints them")
     return 0
 
 

@@ -1,6 +1,11 @@
 // Console and catalogue of the Linux build: UTF-8 on the standard streams,
 // texts from the compiled-in catalogue.
+#include <cerrno>
 #include <cstdio>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "platform/host.h"
 #include "platform/message_text.h"
@@ -42,6 +47,25 @@ class CompiledCatalog : public MessageCatalog {
 };
 
 }  // namespace
+
+SysStatus replaceHostFile(const std::wstring& path, const std::string& bytes) {
+  const std::string target = toUtf8(path);
+  const std::string temporary = target + "." + std::to_string(::getpid()) + ".tmp";
+  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd < 0) return {false, static_cast<std::uint32_t>(errno)};
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n <= 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  const int written = errno;
+  const bool whole = done == bytes.size() && ::fsync(fd) == 0;
+  if (::close(fd) == 0 && whole && ::rename(temporary.c_str(), target.c_str()) == 0) return {true, 0};
+  const std::uint32_t error = static_cast<std::uint32_t>(done == bytes.size() ? errno : written);
+  ::unlink(temporary.c_str());
+  return {false, error ? error : static_cast<std::uint32_t>(EIO)};
+}
 
 std::unique_ptr<OutputStreams> makeHostStreams() { return std::make_unique<PosixStreams>(); }
 std::unique_ptr<MessageCatalog> makeHostCatalog() { return std::make_unique<CompiledCatalog>(); }

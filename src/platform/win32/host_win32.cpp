@@ -212,6 +212,32 @@ class ResourceCatalog : public MessageCatalog {
 
 }  // namespace
 
+SysStatus replaceHostFile(const std::wstring& path, const std::string& bytes) {
+  const std::wstring temporary = path + L"." + std::to_wstring(::GetCurrentProcessId()) + L".tmp";
+  DWORD error = 0;
+  {
+    win32::FileHandle file(::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return {false, static_cast<std::uint32_t>(::GetLastError())};
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+      const DWORD piece = static_cast<DWORD>(std::min<std::size_t>(bytes.size() - done, 1u << 20));
+      DWORD n = 0;
+      if (!::WriteFile(file.get(), bytes.data() + done, piece, &n, nullptr) || n == 0) {
+        error = ::GetLastError();
+        break;
+      }
+      done += n;
+    }
+    if (!error) ::FlushFileBuffers(file.get());  // what a flush cannot promise, the rename still keeps whole
+  }
+  if (!error && ::MoveFileExW(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+    return {true, 0};
+  if (!error) error = ::GetLastError();
+  ::DeleteFileW(temporary.c_str());
+  return {false, error ? static_cast<std::uint32_t>(error) : ERROR_WRITE_FAULT};
+}
+
 std::unique_ptr<OutputStreams> makeHostStreams() { return std::make_unique<CrtStreams>(); }
 std::unique_ptr<MessageCatalog> makeHostCatalog() { return std::make_unique<ResourceCatalog>(); }
 

@@ -65,6 +65,36 @@ class Win32Registry : public Registry {
     if (rc != ERROR_SUCCESS) return SysResult<std::unique_ptr<Key>>::failure(static_cast<std::uint32_t>(rc));
     return SysResult<std::unique_ptr<Key>>::success(std::make_unique<Win32Key>(std::move(opened)));
   }
+
+  SysResult<std::vector<Value>> readValues(const std::wstring& key) override {
+    RegKey opened;
+    LSTATUS rc = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, opened.receive());
+    if (rc != ERROR_SUCCESS) return {false, static_cast<std::uint32_t>(rc), {}};
+    DWORD count = 0, nameChars = 0, dataBytes = 0;
+    rc = ::RegQueryInfoKeyW(opened.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, &nameChars,
+                            &dataBytes, nullptr, nullptr);
+    if (rc != ERROR_SUCCESS) return {false, static_cast<std::uint32_t>(rc), {}};
+    // A value that grows under the walk asks for room again, a bounded number of times.
+    std::vector<Value> values;
+    int regrowths = 0;
+    for (DWORD index = 0; index <= count + 1024;) {
+      std::vector<wchar_t> name(nameChars + 1, L'\0');
+      Bytes data(dataBytes ? dataBytes : 1);
+      DWORD nameLength = nameChars + 1, dataLength = dataBytes, type = 0;
+      rc = ::RegEnumValueW(opened.get(), index, name.data(), &nameLength, nullptr, &type, data.data(), &dataLength);
+      if (rc == ERROR_NO_MORE_ITEMS) return {true, 0, std::move(values)};
+      if (rc == ERROR_MORE_DATA && ++regrowths <= 16) {
+        nameChars = std::max<DWORD>(nameChars * 2, 256);
+        dataBytes = std::max<DWORD>(std::max<DWORD>(dataBytes * 2, dataLength), 4096);
+        continue;
+      }
+      if (rc != ERROR_SUCCESS) return {false, static_cast<std::uint32_t>(rc), {}};
+      data.resize(std::min<std::size_t>(dataLength, dataBytes));
+      values.push_back({std::wstring(name.data(), nameLength), type, std::move(data)});
+      ++index;
+    }
+    return {false, ERROR_MORE_DATA, {}};  // values keep appearing: no end to read to
+  }
 };
 
 }  // namespace

@@ -6,7 +6,9 @@
 // back after a run. Between a test's writes the machine stays loaded, so
 // fault rules with `nth` count across one program run as they do in the
 // simulator. A state that cannot be read fails every request with 31 and
-// leaves the reason in "<state file>.error".
+// leaves the reason in "<state file>.error". The state's `stats` hold the
+// codes of the requests received since it was last written by someone else
+// (`requests` for the controller, `diskRequests` for the disks' devices).
 //
 // A Direct-IO disk that has arrived with a letter gets a drive at that
 // letter from Wine's mount manager, on the folder "drives\<letter>" beside
@@ -228,6 +230,10 @@ uint32_t vmdModelControllerRequest(uint32_t code, void* buffer, uint32_t inSize,
   *returned = 0;
   Machine* m = current(h);
   if (!m) return kGenFailure;
+  // The requests received since the state was last written by someone else,
+  // by code name, as the simulator's stats count them: a test reads which
+  // requests a program sent.
+  m->count("requests", vmd::sim::codeName(code));
   // Input and reply share the one buffer.
   const auto* bytes = static_cast<const std::uint8_t*>(buffer);
   std::vector<std::uint8_t> in(bytes ? bytes : nullptr, bytes ? bytes + inSize : nullptr);
@@ -250,6 +256,8 @@ uint32_t vmdModelDiskRequest(uint32_t disk, uint32_t code, void* buffer, uint32_
   *returned = 0;
   Machine* m = current(h);
   if (!m) return kGenFailure;
+  m->count("diskRequests", vmd::sim::codeName(code));
+  save(h);
   if (auto e = m->matchFault("DeviceIoControl", code, diskPath(disk))) return *e;
   const SimDisk* d = arrivedDisk(*m, disk);
   if (!d) return kFileNotFound;
