@@ -49,8 +49,10 @@ const char* kNotFound = "volumes that cannot be found are not dismounted (their 
 const char* kForcedUnopened = "a volume that cannot be opened is forced: there is nothing to dismount";
 const char* kDismountUnread = "the dismount request's own result is not read; the command goes on";
 const char* kRebuildLost = "rebuild: removal succeeded, creation failed: the disk is gone, the error line is the only trace";
-const char* kBroadcastUnreported = "edit: a failed change broadcast is not reported (del and rebuild warn)";
-const char* kEditLive = "edit: a failed letter, label, image-apply or registry step is not reported; the stored settings act at the restart";
+const char* kBroadcastUnreported = "edit: a failed change broadcast is not reported (add, del and rebuild warn)";
+const char* kEditLive =
+    "edit: a failed letter, label, image-apply or registry step is not reported, nor one left out because the disk's "
+    "letter cannot be found; the stored settings act at the restart";
 const char* kEditNoLetter = "edit: the old letter could not be put back after a failed move: the volume is left without a letter";
 const char* kEditValueLost = "edit: the new letter's value could not be written after the old ones were removed";
 const char* kAutoMountKept = "add: a failure to switch automatic mounting back off is not reported";
@@ -58,10 +60,13 @@ const char* kExportPartial = "export: a failed write leaves the file created emp
 const char* kExportCodes = "export reports 110 or 29 for a file it cannot create or write, whatever the system said";
 const char* kMountStatus = "the mounting warning shows the mount status (6, 7, 9), not a system error";
 const char* kErrorZero = "a create or remove request that fails without an error code is reported as 31";
-const char* kOtherCallsCode = "the code shown is another call's own failure, which the fault led to";
+const char* kCreationMetOldDisk =
+    "rebuild: a presence check that fails counts as gone: the creation meets the old disk still leaving, and its own "
+    "code is shown";
 const char* kImStatusUnread = "im disable: a status that cannot be read counts as not enabled: nothing is disabled, the success line is printed";
 const char* kSaveFormatUnread = "save: a load-only image whose file cannot be read is saved in the format of -F (plain by default)";
-const char* kEditWalkCut = "edit: a MountedDevices value whose enumeration fails is skipped and stays (259 ends the walk)";
+const char* kEditWalkCut =
+    "edit: a MountedDevices value whose enumeration or removal fails is skipped and stays (259 ends the walk)";
 const char* kExportUnasked = "export: a file whose attributes cannot be read counts as not there: it is overwritten without the question";
 const char* kImOptionsStored = "im enable: the options are stored when the enable request after them fails";
 const char* kDismountedLeft = "a failure after the dismount leaves the volume dismounted (the system mounts it again at its next use)";
@@ -446,8 +451,11 @@ struct Check {
         (says(line, L"creating disk failed") || says(line, L"removing disk") || says(line, L"rebuilding disk failed") ||
          says(line, L"disk cannot be removed")))
       return accept(prescribed::kErrorZero);
-    for (const Call& c : run.calls)
-      if (c.device && !c.injected && !c.ok && c.error == shown) return accept(prescribed::kOtherCallsCode);
+    if (cmd() == "rebuild" && line.rfind(L"Error: rebuilding disk failed (", 0) == 0 &&
+        failedRequest(run.calls, base.calls, ioctl::QueryDiskPresent))
+      for (const Call& c : run.calls)
+        if (isRequest(c, ioctl::CreateDisk) && !c.injected && !c.ok && c.error == shown)
+          return accept(prescribed::kCreationMetOldDisk);
     char buf[16];
     std::snprintf(buf, sizeof buf, "0x%08x", shown);
     fail(must::kCodeShown, "\"" + toUtf8(line) + "\" shows " + buf + ", the call failed with " +
@@ -471,8 +479,8 @@ struct Check {
     };
     const std::string c = cmd();
     const bool removes = c == "del" || c == "rebuild" || c == "init";
-    allow(c == "edit", prescribed::kBroadcastUnreported,
-          [](json& s) { s.erase("broadcasts"); });
+    allow(c == "edit" && injectedInto(run.calls, sim::calls::kBroadcastSystemMessageW),
+          prescribed::kBroadcastUnreported, [](json& s) { s.erase("broadcasts"); });
     // Checked against the steps that make a removal safe, in del(), rebuild() and init().
     allow(removes, nullptr, [](json& s) {
       if (s.contains("volumes"))
@@ -483,6 +491,7 @@ struct Check {
     });
     allow(c == "add", nullptr, [](json& s) { s["host"].erase("autoMount"); });  // checked in add()
     allow(c == "edit", prescribed::kEditLive, [](json& s) {
+      s.erase("broadcasts");  // a letter that did not move is not announced
       s.erase("volumes");
       s.erase("registry");
       for (json& d : s["controller"]["disks"]) {
