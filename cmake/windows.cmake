@@ -99,6 +99,7 @@ if(EXISTS ${VMD_GTEST_SOURCE}/CMakeLists.txt)
   target_compile_definitions(vmdctl_unit_tests PRIVATE VMDCTL_SOURCE_DIR="${CMAKE_SOURCE_DIR}"
                                                        VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
   target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core gtest gtest_main gmock)
+  target_precompile_headers(vmdctl_unit_tests PRIVATE <gtest/gtest.h> <gmock/gmock.h> <nlohmann/json.hpp>)
 endif()
 include(${CMAKE_SOURCE_DIR}/cmake/test_driver.cmake)  # the Wine tier's test driver, tests only
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: unit tests, scenarios on the
-# simulated machine, fuzz runs, the Windows builds and the release package
-# under Wine, and the unit and scenario tiers again with the sanitizers.
+# simulated machine, the fault tier, the Windows builds and the release
+# package under Wine; then the unit, scenario and fault tiers again with the
+# sanitizers, and the fuzz targets from their saved corpora in that build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -12,9 +13,9 @@ cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdsnap vmdctl_unit
 # The release zip (cmake/package.cmake), which the Wine tier unpacks and checks.
 cmake --build build/win -j"$jobs" --target release
 
-# The Linux side is built with clang so that the fuzz targets (libFuzzer)
-# build in the same tree and run as tests beside the others.
-CXX=clang++ cmake -S . -B build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVMDCTL_FUZZ=ON \
+# The Linux side, with clang like the sanitized build below. -O1 and no debug
+# information: these builds are compiled once and run for seconds.
+CXX=clang++ cmake -S . -B build/test -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" \
   -DVMDCTL_WIN_BUILD_DIR="$PWD/build/win" >/dev/null
 cmake --build build/test -j"$jobs"
 
@@ -42,12 +43,16 @@ tally build/test/ctest.log
 
 # --- The unit, scenario and fault tiers again, built with AddressSanitizer
 # and UndefinedBehaviorSanitizer: any finding ends that test with a failure.
+# The same build carries libFuzzer's coverage, so the fuzz targets link its
+# libraries and run from their saved corpora here (cmake/fuzz.cmake).
 sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
-CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS="$sanitize" \
-  -DCMAKE_EXE_LINKER_FLAGS="$sanitize" >/dev/null
-cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim vmdctl_fault_tier
+CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only -DNDEBUG" \
+  -DCMAKE_CXX_FLAGS="$sanitize -fsanitize=fuzzer-no-link" -DCMAKE_EXE_LINKER_FLAGS="$sanitize" -DVMDCTL_FUZZ=ON >/dev/null
+cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim vmdctl_fault_tier \
+  fuzz_settings_record fuzz_descriptor fuzz_disk_options fuzz_state_file
 (cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-  ctest -j"$jobs" --output-on-failure --timeout 300 -R '^((unit|scenario)\.|fault$)') 2>&1 | tee build/asan/ctest.log || status=1
+  ctest -j"$jobs" --output-on-failure --timeout 300 -R '^((unit|scenario|fuzz)\.|fault$)') 2>&1 | tee build/asan/ctest.log || status=1
 tally build/asan/ctest.log
 
 retried=$(grep -c . "$VMDCTL_RETRY_LOG" || true)
