@@ -534,6 +534,30 @@ def read_bytes(path):
         return f.read()
 
 
+RECORD_DIR = "VMDCTL_SCENARIO_RECORD"
+
+
+def record_run(case, number, p, state_path, trace_path, tmp):
+    """With $VMDCTL_SCENARIO_RECORD set, keeps what each run printed, its exit
+    code, the machine it left and its trace under that folder, one folder per
+    story, so that two builds of the program can be compared with `diff -r`."""
+    root = os.environ.get(RECORD_DIR)
+    if not root:
+        return
+    folder = os.path.join(root, os.path.splitext(os.path.basename(os.path.dirname(os.path.abspath(case))))[0],
+                          os.path.splitext(os.path.basename(case))[0])
+    os.makedirs(folder, exist_ok=True)
+    stem = os.path.join(folder, f"run-{number + 1}")
+    kept = {".exit": str(p.returncode).encode() + b"\n", ".stdout": in_folder(p.stdout, tmp),
+            ".stderr": in_folder(p.stderr, tmp), ".state": read_bytes(state_path)}
+    if trace_path:
+        kept[".trace"] = read_bytes(trace_path)
+    for ext, data in kept.items():
+        if data is not None:
+            with open(stem + ext, "wb") as f:
+                f.write(in_folder(data, tmp))
+
+
 RETRY_LOG = "VMDCTL_RETRY_LOG"
 
 
@@ -606,6 +630,7 @@ def main():
             if p is None:
                 print(f"FAIL {a.case}: timed out")
                 return 1
+            record_run(a.case, number, p, state_path, trace_path, tmp)
             failures = check_output(run, p, state_path, a.real)
             if "trace" in run.sections and trace_path:
                 with open(trace_path, encoding="utf-8", newline="") as f:
