@@ -1,6 +1,7 @@
 #include "sim/trace.h"
 
 #include <charconv>
+#include <cstring>
 #include <utility>
 
 namespace vmd::sim {
@@ -10,6 +11,28 @@ namespace {
 constexpr char kDigits[] = "0123456789abcdef";
 constexpr char kUpperDigits[] = "0123456789ABCDEF";
 constexpr std::size_t kSpillBytes = 1 << 16;
+
+// Each byte's two hex digits, so that a payload is written a byte a step.
+struct HexPairs {
+  char pair[256][2] = {};
+  constexpr HexPairs() {
+    for (int b = 0; b < 256; ++b) {
+      pair[b][0] = kDigits[b >> 4];
+      pair[b][1] = kDigits[b & 15];
+    }
+  }
+};
+constexpr HexPairs kHexPairs;
+
+void appendDecimal(std::string& s, std::uint64_t v) {
+  char text[24];
+  s.append(text, std::to_chars(text, text + sizeof text, v).ptr);
+}
+
+void appendSignedDecimal(std::string& s, std::int64_t v) {
+  char text[24];
+  s.append(text, std::to_chars(text, text + sizeof text, v).ptr);
+}
 
 void appendHex32(std::string& s, std::uint32_t v) {
   char text[10] = {'0', 'x'};
@@ -58,8 +81,10 @@ TraceLine::TraceLine(std::string_view call, std::string_view target) {
   appendQuoted(body_, target);
 }
 
-TraceLine TraceLine::withQuoted(std::string_view call, std::string_view quotedTarget) {
+TraceLine TraceLine::withQuoted(std::string_view call, std::string_view quotedTarget, std::string buffer) {
   TraceLine line;
+  line.body_ = std::move(buffer);
+  line.body_.clear();
   line.body_.reserve(call.size() + quotedTarget.size() + 160);
   line.body_ += call;
   line.body_ += ' ';
@@ -76,17 +101,21 @@ TraceLine& TraceLine::field(std::string_view key, std::string_view value) {
 }
 
 TraceLine& TraceLine::number(std::string_view key, std::uint64_t value) {
-  return field(key, std::to_string(value));
+  field(key, {});
+  appendDecimal(body_, value);
+  return *this;
 }
 
 TraceLine& TraceLine::signedNumber(std::string_view key, std::int64_t value) {
-  return field(key, std::to_string(value));
+  field(key, {});
+  appendSignedDecimal(body_, value);
+  return *this;
 }
 
 TraceLine& TraceLine::hex(std::string_view key, std::uint32_t value) {
-  std::string v;
-  appendHex32(v, value);
-  return field(key, v);
+  field(key, {});
+  appendHex32(body_, value);
+  return *this;
 }
 
 TraceLine& TraceLine::bytes(std::string_view key, const void* data, std::size_t size) {
@@ -96,9 +125,10 @@ TraceLine& TraceLine::bytes(std::string_view key, const void* data, std::size_t 
   const std::size_t at = body_.size();
   body_.resize(at + 2 * size);
   const auto* p = static_cast<const std::uint8_t*>(data);
-  for (std::size_t i = 0; i < size; ++i) {
-    body_[at + 2 * i] = kDigits[p[i] >> 4];
-    body_[at + 2 * i + 1] = kDigits[p[i] & 15];
+  char* to = body_.data() + at;
+  for (std::size_t i = 0; i < size; ++i, to += 2) {
+    to[0] = kHexPairs.pair[p[i]][0];
+    to[1] = kHexPairs.pair[p[i]][1];
   }
   return *this;
 }
@@ -129,7 +159,9 @@ TraceLine& TraceLine::word(std::string_view w) {
   return *this;
 }
 
-TraceSink::TraceSink(std::FILE* out, std::function<std::uint64_t()> nowMs) : out_(out), nowMs_(std::move(nowMs)) {}
+TraceSink::TraceSink(std::FILE* out, std::function<std::uint64_t()> nowMs) : out_(out), nowMs_(std::move(nowMs)) {
+  if (out_) text_.reserve(kSpillBytes + 4096);
+}
 
 void TraceSink::open(Call& call) {
   call.ms = nowMs_();
@@ -137,13 +169,19 @@ void TraceSink::open(Call& call) {
 }
 
 TraceLine TraceSink::line(std::string_view call, std::string_view target) {
+  // The text of a line gone from the ring is written again: no allocation a line.
+  std::string buffer;
+  if (!spare_.empty()) {
+    buffer = std::move(spare_.back());
+    spare_.pop_back();
+  }
   for (const Quoted& q : quoted_)
-    if (!q.quoted.empty() && q.target == target) return TraceLine::withQuoted(call, q.quoted);
+    if (!q.quoted.empty() && q.target == target) return TraceLine::withQuoted(call, q.quoted, std::move(buffer));
   Quoted& q = quoted_[nextQuoted_];
   nextQuoted_ = (nextQuoted_ + 1) % quoted_.size();
   q.target = target;
   q.quoted = TraceLine::quote(target);
-  return TraceLine::withQuoted(call, q.quoted);
+  return TraceLine::withQuoted(call, q.quoted, std::move(buffer));
 }
 
 void TraceSink::closed(Call& call) {
@@ -174,21 +212,13 @@ void TraceSink::finish(Call& call, TraceLine line) {
     if (!line.hasResult()) line.error(call.injectedError);
     line.word("injected");
   }
-  std::string body = std::move(line).take();
-  const std::uint64_t number = next_++;
-  char prefix[48] = "#";
-  char* end = std::to_chars(prefix + 1, prefix + 24, number).ptr;
-  *end++ = ' ';
-  *end++ = 't';
-  *end++ = '=';
-  end = std::to_chars(end, prefix + sizeof prefix, call.ms).ptr;
-  emit({std::string(prefix, end), number, call.ms, std::move(body)});
+  emit(held(next_++, call.ms, std::move(line).take()));
   closed(call);
 }
 
 void TraceSink::event(const TraceLine& line) {
   const std::uint64_t ms = nowMs_();
-  Held h{"* t=" + std::to_string(ms), 0, ms, line.body()};
+  Held h = held(0, ms, line.body());
   if (!open_.empty()) queued_.push_back(std::move(h));
   else emit(std::move(h));
 }
@@ -198,14 +228,28 @@ const TraceSink::Held& TraceSink::recent(std::size_t back) const {
 }
 
 void TraceSink::remember(Held line) {
+  if (recentCount_ == kRecent && spare_.size() < kRecent) spare_.push_back(std::move(recent_[recentEnd_].body));
   recent_[recentEnd_] = std::move(line);
   recentEnd_ = (recentEnd_ + 1) % kRecent;
   if (recentCount_ < kRecent) ++recentCount_;
 }
 
+TraceSink::Held TraceSink::held(std::uint64_t number, std::uint64_t ms, std::string body) {
+  // Lines of one call share their start and differ mostly at their end,
+  // where the results are: the length and last bytes tell most lines apart
+  // at the cost of one comparison.
+  std::uint64_t end = 0;
+  const std::size_t n = body.size() < 8 ? body.size() : 8;
+  std::memcpy(&end, body.data() + body.size() - n, n);
+  const std::uint64_t tag = (body.size() * 0x9E3779B97F4A7C15ull) ^ end;
+  return {number, ms, std::move(body), tag, {}};
+}
+
+bool TraceSink::Held::same(const Held& other) const { return tag == other.tag && body == other.body; }
+
 void TraceSink::emit(Held line) {
   if (period_ != 0) {
-    if (recent(period_ - 1 - held_.size() % period_).body == line.body) {
+    if (recent(period_ - 1 - held_.size() % period_).same(line)) {
       held_.push_back(std::move(line));
       return;
     }
@@ -216,7 +260,7 @@ void TraceSink::emit(Held line) {
   // Two rounds alike: the rounds after them are held and folded.
   for (std::size_t p = 1; p <= kMaxPeriod && 2 * p <= recentCount_; ++p) {
     bool same = true;
-    for (std::size_t i = 0; same && i < p; ++i) same = recent(i).body == recent(p + i).body;
+    for (std::size_t i = 0; same && i < p; ++i) same = recent(i).same(recent(p + i));
     if (same) {
       period_ = p;
       break;
@@ -252,7 +296,8 @@ void TraceSink::flushFold() {
     prefix += std::to_string(held[folded - 1].ms);
     TraceLine fold("Repeat", "");
     fold.number("lines", period).number("rounds", rounds);
-    write({std::move(prefix), 0, 0, fold.body()});
+    Held line{0, 0, fold.body(), 0, std::move(prefix)};
+    write(line);
     recentCount_ = 0;
     from = folded;
   }
@@ -263,7 +308,17 @@ void TraceSink::flushFold() {
 }
 
 void TraceSink::write(const Held& line) {
-  text_ += line.prefix;
+  if (!line.prefix.empty()) {
+    text_ += line.prefix;
+  } else if (line.number != 0) {
+    text_ += '#';
+    appendDecimal(text_, line.number);
+    text_ += " t=";
+    appendDecimal(text_, line.ms);
+  } else {
+    text_ += "* t=";
+    appendDecimal(text_, line.ms);
+  }
   text_ += ' ';
   text_ += line.body;
   text_ += '\n';

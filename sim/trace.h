@@ -20,8 +20,8 @@ class TraceLine {
  public:
   TraceLine() = default;
   TraceLine(std::string_view call, std::string_view target);
-  // The same with the target already quoted.
-  static TraceLine withQuoted(std::string_view call, std::string_view quotedTarget);
+  // The same with the target already quoted, written into `buffer`.
+  static TraceLine withQuoted(std::string_view call, std::string_view quotedTarget, std::string buffer = {});
 
   // key=value, the value written as given (it holds no blank).
   TraceLine& field(std::string_view key, std::string_view value);
@@ -92,11 +92,14 @@ class TraceSink {
 
  private:
   struct Held {
-    std::string prefix;  // "#12 t=1500" or "* t=1500"
-    std::uint64_t number;  // 0 for an event
+    std::uint64_t number;  // "#12 t=1500"; 0 for an event, "* t=1500"
     std::uint64_t ms;
     std::string body;
+    std::uint64_t tag;   // tells most unlike bodies apart without reading them
+    std::string prefix;  // given whole: a folded repeat's
+    bool same(const Held& other) const;
   };
+  static Held held(std::uint64_t number, std::uint64_t ms, std::string body);
   void emit(Held line);
   void write(const Held& line);
   void flushFold();
@@ -118,6 +121,7 @@ class TraceSink {
   std::array<Held, kRecent> recent_;
   std::size_t recentCount_ = 0;
   std::size_t recentEnd_ = 0;
+  std::vector<std::string> spare_;  // texts of lines gone from the ring, for new lines
   std::size_t period_ = 0;        // 0: not folding
   std::vector<Held> held_;        // lines of the repeat not yet written
   std::string text_;

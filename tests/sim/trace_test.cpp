@@ -158,6 +158,30 @@ TEST(TraceSink, ARoundThatChangesEndsTheFoldAndIsWrittenOut) {
   EXPECT_EQ(lines[6], "#12 t=0 Sleep \"\" -> ok");
 }
 
+TEST(TraceSink, LinesAlikeInLengthAndEndButNotAtTheirStartAreNotFolded) {
+  // Twelve lines of one length and one end, each with its own name: none
+  // repeats another.
+  Traced t;
+  for (int i = 0; i < 12; ++i) {
+    const std::string name = "Call" + std::string(1, static_cast<char>('A' + i));
+    t.call(name.c_str(), "same target", "ok data=0102030405060708");
+  }
+  t.sink.close();
+  const std::vector<std::string> lines = linesOf(t.sink.text());
+  ASSERT_EQ(lines.size(), 12u);
+  EXPECT_EQ(lines[11], "#12 t=0 CallL \"same target\" -> ok data=0102030405060708");
+  // Two such lines, the same every round, fold.
+  Traced u;
+  for (int i = 0; i < 4; ++i) {
+    u.call("OpenA", "same target", "ok data=0102030405060708");
+    u.call("OpenA", "same targeT", "ok data=0102030405060708");
+  }
+  u.sink.close();
+  const std::vector<std::string> folded = linesOf(u.sink.text());
+  ASSERT_EQ(folded.size(), 5u);
+  EXPECT_EQ(folded[4], "#5..#8 t=0..0 Repeat \"\" lines=2 rounds=2");
+}
+
 TEST(TraceSink, WritesThroughToItsFileWhenClosed) {
   std::FILE* f = std::tmpfile();
   ASSERT_NE(f, nullptr);
