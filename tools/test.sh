@@ -8,19 +8,73 @@ cd "$(dirname "$0")/.."
 tools/install-deps.sh
 jobs="${JOBS:-2}"
 
+# Each build writes its own log, printed whole when it ends. One build alone
+# leaves a core idle for much of its time (configuring, linking, resources,
+# the package), so the Windows and Linux builds run side by side, and the
+# sanitized build runs at the lowest priority while the tests run.
+mkdir -p build
+build_step() {  # name, then the command; runs it into build/<name>.log
+  local name=$1
+  shift
+  "$@" >"build/$name.log" 2>&1
+}
+show_build() {  # name, status: prints the log; a failed build ends the run
+  echo "--- build/$1.log"
+  cat "build/$1.log"
+  if [ "$2" -ne 0 ]; then
+    echo "the $1 build failed (exit $2)"
+    echo "0 passed, 1 failed"
+    exit 1
+  fi
+}
+
 # The release is built at -O2: as fast for a command-line tool, and it
 # compiles in a fifth less time than -O3.
-cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
-  -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" >/dev/null
-cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdsnap vmdctl_unit_tests vmdtestctl
-# The release zip (cmake/package.cmake), which the Wine tier unpacks and checks.
-cmake --build build/win -j"$jobs" --target release
+win_build() {
+  cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" &&
+    cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdsnap vmdctl_unit_tests vmdtestctl &&
+    # The release zip (cmake/package.cmake), which the Wine tier unpacks and checks.
+    cmake --build build/win -j"$jobs" --target release
+}
 
 # The Linux side, with clang like the sanitized build below. -O1 and no debug
 # information: these builds are compiled once and run for seconds.
-CXX=clang++ cmake -S . -B build/test -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" \
-  -DVMDCTL_WIN_BUILD_DIR="$PWD/build/win" >/dev/null
-cmake --build build/test -j"$jobs"
+test_build() {
+  CXX=clang++ cmake -S . -B build/test -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" \
+    -DVMDCTL_WIN_BUILD_DIR="$PWD/build/win" &&
+    cmake --build build/test -j"$jobs"
+}
+
+# The sanitized build: AddressSanitizer and UndefinedBehaviorSanitizer, any
+# finding ends that test with a failure. It carries libFuzzer's coverage, so
+# the fuzz targets link its libraries and run from their saved corpora in it
+# (cmake/fuzz.cmake). Its unit tests run as one process and each story once,
+# with its trace: what a process start costs under the sanitizers is paid once.
+sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
+asan_build() {
+  CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only -DNDEBUG" -DVMDCTL_UNIT_TESTS_AS_ONE=ON \
+    -DCMAKE_CXX_FLAGS="$sanitize -fsanitize=fuzzer-no-link" -DCMAKE_EXE_LINKER_FLAGS="$sanitize" -DVMDCTL_FUZZ=ON &&
+    cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim vmdctl_fault_tier \
+    fuzz_settings_record fuzz_descriptor fuzz_disk_options fuzz_state_file
+}
+
+# The Windows and the Linux test builds side by side.
+build_step win win_build &
+win=$!
+build_step test test_build && test_status=0 || test_status=$?
+wait "$win" && win_status=0 || win_status=$?
+show_build win "$win_status"
+show_build test "$test_status"
+
+# The sanitized build meanwhile, at the lowest priority: it takes the time
+# the tests below leave idle and gives way to them at once.
+(
+  renice -n 19 -p "$BASHPID" >/dev/null
+  build_step asan asan_build
+) &
+asan=$!
 
 # Each ctest run is kept in a log; the last line of the whole run adds them up.
 status=0 passed=0 failed=0 skipped=0
@@ -44,18 +98,10 @@ export VMDCTL_RETRY_LOG="$PWD/build/test/retries.log"
 (cd build/test && ctest -j"$jobs" --output-on-failure --timeout 300) 2>&1 | tee build/test/ctest.log || status=1
 tally build/test/ctest.log
 
-# --- The unit, scenario and fault tiers again, built with AddressSanitizer
-# and UndefinedBehaviorSanitizer: any finding ends that test with a failure.
-# The same build carries libFuzzer's coverage, so the fuzz targets link its
-# libraries and run from their saved corpora here (cmake/fuzz.cmake).
-# The unit tests run there as one process and each story once, with its
-# trace: what a process start costs under the sanitizers is paid once.
-sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
-CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only -DNDEBUG" -DVMDCTL_UNIT_TESTS_AS_ONE=ON \
-  -DCMAKE_CXX_FLAGS="$sanitize -fsanitize=fuzzer-no-link" -DCMAKE_EXE_LINKER_FLAGS="$sanitize" -DVMDCTL_FUZZ=ON >/dev/null
-cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim vmdctl_fault_tier \
-  fuzz_settings_record fuzz_descriptor fuzz_disk_options fuzz_state_file
+# --- The unit, scenario and fault tiers again in the sanitized build, and
+# the fuzz targets from their corpora.
+wait "$asan" && asan_status=0 || asan_status=$?
+show_build asan "$asan_status"
 (cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 VMDCTL_SCENARIO_TRACED_ONLY=1 \
   ctest -j"$jobs" --output-on-failure --timeout 300 -R '^((unit|scenario|fuzz)\.|fault$)') 2>&1 | tee build/asan/ctest.log || status=1
 tally build/asan/ctest.log
