@@ -34,7 +34,7 @@ def command_table(path):
     """[(word, help id)]: `?` first, then the table's order; `help` (the alias of `?`) left out."""
     with open(path, encoding="utf-8") as f:
         source = f.read()
-    rows = re.findall(r'\{\s*L"([^"]+)"\s*,\s*\w+\s*,\s*([\w:]+)\s*\}', source)
+    rows = re.findall(r'\{\s*L"([^"]+)"\s*,\s*\w+\s*,\s*([\w:]+)\s*(?:,[^{}]*)?\}', source)
     table = []
     for word, ident in rows:
         if word == "help":

@@ -13,15 +13,14 @@
 
 namespace vmd {
 
-CommandResult addCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
+CommandResult addCommand(App& app, const CommandArgs& args) {
   std::unique_ptr<DiskSettings> settings(new (std::nothrow) DiskSettings());
   if (!settings) {
     app.io.errStr(strid::NoMemory);
     return Failed;
   }
   std::uint32_t silent = 0;
-  ParseDiskOptions(app, argc, argv, *settings, silent);
+  ParseDiskOptions(app, args.argc, args.argv, *settings, silent);
   if (!ValidateDiskSettings(app, *settings, true, 0)) return Failed;
   if (!silent) {
     app.io.out(L"\nSettings for New Disk\n");

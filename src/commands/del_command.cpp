@@ -2,8 +2,6 @@
 // remove the disk (saving its image first unless -g), and waits until it is gone.
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
-#include "controller/controller.h"
-#include "controller/inventory.h"
 
 namespace vmd {
 
@@ -35,10 +33,8 @@ DelOptions parseDelOptions(App& app, int argc, wchar_t** argv) {
 
 }  // namespace
 
-CommandResult delCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  DiskInventory inventory(app);
-  DiskInfo info;
-  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
+CommandResult delCommand(App& app, const CommandArgs& args) {
+  const DiskInfo& info = args.disk->info;
   const int index = static_cast<int>(info.number);
 
   VolumeContext ctx = makeVolumeContext(app);
@@ -49,12 +45,12 @@ CommandResult delCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
     app.io.err(L"%s\n", app.io.str(strid::PagingPath));
     return Failed;
   }
-  const DelOptions options = parseDelOptions(app, argc - 1, argv + 1);
+  const DelOptions options = parseDelOptions(app, args.argc, args.argv);
   if (!options.silent) {
     app.io.out(L"Are you sure to remove disk #%d?\n", index);
     if (!app.io.confirm(L"Press 'Y' or 'y' to continue, any other key to cancel: ")) return Cancelled;
   }
-  if (!DismountDiskVolumes(ctx, inventory, info)) return Cancelled;
+  if (!DismountDiskVolumes(ctx, args.disk->volumes.diskVolumePaths(info.number, info.directIo))) return Cancelled;
   if (!options.silent) app.io.out(L"Deleting, please wait...\n");
 
   RemoveRequest removal;

@@ -10,8 +10,6 @@
 #include "base/ignore_result.h"
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
-#include "controller/controller.h"
-#include "controller/inventory.h"
 #include "settings/creation_record.h"
 #include "settings/disk_options.h"
 #include "settings/image_file.h"
@@ -42,7 +40,7 @@ std::uint64_t partitionOffset(App& app, std::uint8_t index) {
 // take them now; otherwise they wait for the restart.
 void applyImageSettingsNow(App& app, std::uint8_t index, const Bytes& newRecord, bool silent) {
   const std::optional<DiskStatus> status = QueryDiskStatus(app.controller, index);
-  if (!status || !canApplyImageNow(readImageRuntime(*status), newRecord)) return;
+  if (!status || !canApplyImageNow(ParseImageFileStatus(*status), newRecord)) return;
   if (!silent) {
     app.io.out(L"The image file settings have been changed. Do you want to apply these changes now?\n");
     if (!app.io.confirm(L"Press 'Y' or 'y' to apply now, any other keys to keep current settings until you "
@@ -57,10 +55,8 @@ void applyImageSettingsNow(App& app, std::uint8_t index, const Bytes& newRecord,
 
 }  // namespace
 
-CommandResult editCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  DiskInventory inventory(app);
-  DiskInfo info;
-  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
+CommandResult editCommand(App& app, const CommandArgs& args) {
+  const DiskInfo& info = args.disk->info;
   const std::uint8_t index = info.number;
 
   std::optional<Bytes> oldRecord = ReadDiskSettingsRecord(app, index);
@@ -74,14 +70,14 @@ CommandResult editCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
     return Failed;
   }
   // The record is made to describe the letter the disk really has.
-  const std::vector<wchar_t> letters = inventory.diskDriveLetters(index, info);
+  const std::vector<wchar_t> letters = args.disk->volumes.diskDriveLetters(index, info);
   const wchar_t present = letters.empty() ? 0 : letters[0];
   if (present != 0 && present != recordDriveLetter(*oldRecord))
     setRecordDriveLetter(*oldRecord, static_cast<std::uint16_t>(present));
 
   DiskSettingsFromRecord(*oldRecord, *settings);
   std::uint32_t silent = 0;
-  ParseDiskOptions(app, argc - 1, argv + 1, *settings, silent);
+  ParseDiskOptions(app, args.argc, args.argv, *settings, silent);
   if (!ValidateDiskSettings(app, *settings, false, static_cast<std::uint16_t>(present))) return Failed;
   const std::optional<Bytes> newRecord =
       BuildCreationRecord(*settings, &*oldRecord, app.sys.clock, app.sys.system);

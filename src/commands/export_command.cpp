@@ -4,8 +4,6 @@
 #include "base/bytes.h"
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
-#include "controller/controller.h"
-#include "controller/inventory.h"
 #include "settings/descriptor_file.h"
 #include "settings/settings_record.h"
 
@@ -51,8 +49,8 @@ bool hasExtension(const std::wstring& path) {
 
 // The first letter the disk's volumes are mounted at; without one, the
 // letter byte its settings keep, widened with its sign.
-std::uint16_t descriptorLetter(DiskInventory& inventory, const DiskInfo& info, const Bytes& record) {
-  const std::vector<wchar_t> letters = inventory.diskDriveLetters(info.number, info);
+std::uint16_t descriptorLetter(DiskVolumes& volumes, const DiskInfo& info, const Bytes& record) {
+  const std::vector<wchar_t> letters = volumes.diskDriveLetters(info.number, info);
   if (!letters.empty()) return static_cast<std::uint16_t>(letters.front());
   const auto byte = static_cast<std::int8_t>(get8(record, DiskSettingsRecord::Header::DriveLetter));
   return static_cast<std::uint16_t>(static_cast<std::int16_t>(byte));
@@ -60,13 +58,11 @@ std::uint16_t descriptorLetter(DiskInventory& inventory, const DiskInfo& info, c
 
 }  // namespace
 
-CommandResult exportCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  DiskInventory inventory(app);
-  DiskInfo info;
-  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
+CommandResult exportCommand(App& app, const CommandArgs& args) {
+  const DiskInfo& info = args.disk->info;
   const int index = static_cast<int>(info.number);
 
-  const ExportOptions options = parseExportOptions(app, argc - 1, argv + 1);
+  const ExportOptions options = parseExportOptions(app, args.argc, args.argv);
   if (!options.file) {
     app.io.err(L"Error: please specify the output file!\n");
     return Failed;
@@ -87,7 +83,7 @@ CommandResult exportCommand(App& app, const wchar_t*, int argc, wchar_t** argv) 
     app.io.errStr(strid::SettingsFailed);
     return Failed;
   }
-  const std::uint16_t letter = descriptorLetter(inventory, info, *record);
+  const std::uint16_t letter = descriptorLetter(args.disk->volumes, info, *record);
   const SysStatus written =
       WriteDescriptorFile(app.sys.files, path, *record, descriptor::Magic,
                           static_cast<std::uint16_t>(app.controller.facts.variantCode & 0xFFFF), letter);

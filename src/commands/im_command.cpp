@@ -198,8 +198,9 @@ CommandResult enableIm(App& app, int argc, wchar_t** argv, const std::optional<I
 
 }  // namespace
 
-CommandResult imCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  if (!checkSession(app)) return Failed;
+CommandResult imCommand(App& app, const CommandArgs& args) {
+  const int argc = args.argc;
+  wchar_t** const argv = args.argv;
   if (argc <= 0) {
     showImStatus(app);
     return Success;

@@ -4,8 +4,6 @@
 // the request.
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
-#include "controller/controller.h"
-#include "controller/inventory.h"
 #include "settings/format_spec.h"
 #include "settings/settings_record.h"
 
@@ -30,7 +28,7 @@ bool parseSilent(App& app, int argc, wchar_t** argv) {
 }
 
 bool ReinitializeDisk(CQnIoCtrl& controller, std::uint8_t index, const Bytes& spec) {
-  const Bytes request = BuildReinitializeRequest(index, spec);
+  const Bytes request = wrapSubRecord(index, spec);
   return controller
       .request(ioctl::ReinitializeDisk, request.data(), static_cast<std::uint32_t>(request.size()), nullptr, 0)
       .ok;
@@ -38,10 +36,8 @@ bool ReinitializeDisk(CQnIoCtrl& controller, std::uint8_t index, const Bytes& sp
 
 }  // namespace
 
-CommandResult initCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  DiskInventory inventory(app);
-  DiskInfo info;
-  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
+CommandResult initCommand(App& app, const CommandArgs& args) {
+  const DiskInfo& info = args.disk->info;
   const int index = static_cast<int>(info.number);
 
   VolumeContext ctx = makeVolumeContext(app);
@@ -51,13 +47,13 @@ CommandResult initCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
     app.io.err(L"%s\n", app.io.str(strid::PagingPath));
     return Failed;
   }
-  const bool silent = parseSilent(app, argc - 1, argv + 1);
+  const bool silent = parseSilent(app, args.argc, args.argv);
   if (!silent) {
     app.io.err(L"Warning: all data on this disk will be lost!\nAre you sure to reinitialize disk #%d?\n", index);
     if (!app.io.confirm(L"Press 'Y' or 'y' to continue, any other key to cancel: ")) return Cancelled;
   }
 
-  const std::vector<std::wstring> volumes = inventory.diskVolumePaths(info.number, info.directIo);
+  const std::vector<std::wstring> volumes = args.disk->volumes.diskVolumePaths(info.number, info.directIo);
   if (volumes.size() != 1) {
     app.io.err(L"Error: this command only supports the disk which has exactly one volume!\n");
     return Failed;

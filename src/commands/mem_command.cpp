@@ -5,8 +5,7 @@
 
 namespace vmd {
 
-CommandResult memCommand(App& app, const wchar_t*, int, wchar_t**) {
-  if (!checkSession(app)) return Failed;
+CommandResult memCommand(App& app, const CommandArgs&) {
   std::uint64_t freeBytes = 0, totalBytes = 0;
   app.io.out(L"OS Invisible Memory (Free/Total): ");
   if (getImFreeTotal(app.controller, &freeBytes, &totalBytes))

@@ -6,8 +6,6 @@
 
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
-#include "controller/controller.h"
-#include "controller/inventory.h"
 #include "settings/creation_record.h"
 #include "settings/disk_options.h"
 #include "settings/record_changes.h"
@@ -17,10 +15,8 @@
 
 namespace vmd {
 
-CommandResult rebuildCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  DiskInventory inventory(app);
-  DiskInfo info;
-  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
+CommandResult rebuildCommand(App& app, const CommandArgs& args) {
+  const DiskInfo& info = args.disk->info;
   const std::uint8_t index = info.number;
 
   VolumeContext ctx = makeVolumeContext(app);
@@ -35,12 +31,12 @@ CommandResult rebuildCommand(App& app, const wchar_t*, int argc, wchar_t** argv)
     return Failed;
   }
   const std::optional<Bytes> oldRecord = ReadDiskSettingsRecord(app, index);
-  const std::vector<wchar_t> letters = inventory.diskDriveLetters(index, info);
+  const std::vector<wchar_t> letters = args.disk->volumes.diskDriveLetters(index, info);
   const wchar_t present = letters.empty() ? 0 : letters[0];
   settings->driveLetter = oldRecord ? (recordDriveLetter(*oldRecord) & 0xFF) : static_cast<std::uint16_t>(present);
 
   std::uint32_t silent = 0, saveImage = 1;
-  ParseDiskOptions(app, argc - 1, argv + 1, *settings, silent, &saveImage);
+  ParseDiskOptions(app, args.argc, args.argv, *settings, silent, &saveImage);
   if (!ValidateDiskSettings(app, *settings, false, static_cast<std::uint16_t>(present))) return Failed;
   const std::optional<Bytes> record =
       BuildCreationRecord(*settings, oldRecord ? &*oldRecord : nullptr, app.sys.clock, app.sys.system);
@@ -53,7 +49,7 @@ CommandResult rebuildCommand(App& app, const wchar_t*, int argc, wchar_t** argv)
     PrintDiskSettings(app.io, *settings, reportmode::Settings);
     if (!app.io.confirm(L"Press 'Y' or 'y' to build this disk, any other key to cancel: ")) return Cancelled;
   }
-  if (!DismountDiskVolumes(ctx, inventory, info)) return Cancelled;
+  if (!DismountDiskVolumes(ctx, args.disk->volumes.diskVolumePaths(info.number, info.directIo))) return Cancelled;
   if (!silent) app.io.out(L"Rebuilding, please wait...\n");
 
   RebuildRequest rebuild;

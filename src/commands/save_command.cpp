@@ -13,7 +13,6 @@
 #include "commands/commands.h"
 #include "commands/disk_commands.h"
 #include "controller/controller.h"
-#include "controller/inventory.h"
 #include "settings/disk_settings.h"
 #include "settings/image_file.h"
 #include "settings/settings_record.h"
@@ -23,9 +22,6 @@ namespace vmd {
 
 namespace {
 
-using I = DiskSettingsRecord::Image;
-
-constexpr std::size_t kRequestHead = 16;
 constexpr std::int32_t kMaxLevel = 9;
 
 struct SaveOptions {
@@ -92,40 +88,8 @@ ImageFormatChoice ApplyFormatRule(ImageFormatChoice choice, bool smartCapable) {
   return choice;
 }
 
-Bytes BuildSaveImageRecord(const std::wstring* target, std::uint32_t imageFlags, std::uint8_t format,
-                           std::uint8_t level) {
-  std::wstring name;
-  std::size_t nameBytes = 0;
-  if (target) {
-    name = std::wstring(DiskSettingsRecord::PathPrefix) + *target;
-    nameBytes = 2 * (utf16Length(name) + 1);
-  }
-  Bytes record(target ? I::Path + nameBytes : I::FixedSize, 0);
-  put32(record, I::Size, I::FixedSize);
-  put32(record, I::Length, record.size());
-  put32(record, I::Flags, imageFlags);
-  put8(record, I::Format, format);
-  put8(record, I::Level, level);
-  if (target) {
-    put16(record, I::PathBytes, nameBytes);
-    putUtf16z(record.data() + I::Path, record.size() - I::Path, name);
-  }
-  return record;
-}
-
-Bytes BuildSaveImageRequest(std::uint8_t index, const Bytes& record) {
-  const auto head = diskRequestHead(index, kRequestHead, static_cast<std::uint32_t>(kRequestHead + record.size()));
-  Bytes request(head.begin(), head.end());
-  request.resize(kRequestHead, 0);
-  put32(request, 12, record.size());
-  request.insert(request.end(), record.begin(), record.end());
-  return request;
-}
-
-CommandResult saveCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  DiskInventory inventory(app);
-  DiskInfo info;
-  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, info); r != Success) return r;
+CommandResult saveCommand(App& app, const CommandArgs& args) {
+  const DiskInfo& info = args.disk->info;
   const int index = static_cast<int>(info.number);
 
   const std::optional<DiskStatus> status = QueryDiskStatus(app.controller, info.number);
@@ -138,7 +102,7 @@ CommandResult saveCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
     app.io.err(L"Error: hybrid-disk/file-disk does not support the image file!\n");
     return Failed;
   }
-  const SaveOptions options = parseSaveOptions(app, argc - 1, argv + 1);
+  const SaveOptions options = parseSaveOptions(app, args.argc, args.argv);
 
   std::wstring saveAs;
   if (options.saveAs) {
@@ -201,12 +165,12 @@ CommandResult saveCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
     if (!app.io.confirm(L"Press 'Y' or 'y' to continue, any other key to cancel: ")) return Cancelled;
   }
 
-  for (const std::wstring& volume : inventory.diskVolumePaths(info.number, info.directIo))
+  for (const std::wstring& volume : args.disk->volumes.diskVolumePaths(info.number, info.directIo))
     ignoreResult(FlushVolume(app.sys.io, volume),
                  "the controller saves the disk as it stands; what a volume still caches is the volume's");
   if (!options.silent) app.io.out(L"Saving, please wait...\n");
 
-  const Bytes request = BuildSaveImageRequest(info.number, record);
+  const Bytes request = wrapSubRecord(info.number, record);
   const SysResult<std::uint32_t> r = app.controller.request(
       ioctl::SaveDiskImage, request.data(), static_cast<std::uint32_t>(request.size()), nullptr, 0);
   if (!r.ok) {

@@ -4,8 +4,7 @@
 
 namespace vmd {
 
-CommandResult verCommand(App& app, const wchar_t*, int, wchar_t**) {
-  if (!checkSession(app)) return Failed;
+CommandResult verCommand(App& app, const CommandArgs&) {
   app.io.message(Stream::Out, msgid::Banner, {kCommanderVersion});
   app.io.out(L"\n");
   app.io.out(L"Commander version: %s\n", kCommanderVersion);

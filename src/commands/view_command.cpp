@@ -6,7 +6,6 @@
 #include "base/ignore_result.h"
 #include "commands/disk_commands.h"
 #include "controller/controller.h"
-#include "controller/inventory.h"
 #include "settings/image_file.h"
 #include "settings/settings_record.h"
 #include "settings/settings_report.h"
@@ -20,6 +19,21 @@ constexpr std::uint32_t kPathNamesChars = 261;
 // Each retry asks for the length the system named; a volume whose mount
 // points keep growing under us is given up after this many tries.
 constexpr int kPathNamesTries = 16;
+
+// A settings or status record as its report block under "Disk #n <title>";
+// Failed after string `missing` when the controller gave none.
+CommandResult printRecord(App& app, const std::optional<Bytes>& record, std::uint32_t missing, std::uint8_t number,
+                          const wchar_t* title, std::uint32_t mode) {
+  if (!record) {
+    app.io.errStr(missing);
+    return Failed;
+  }
+  DiskSettings settings;
+  DiskSettingsFromRecord(*record, settings);
+  app.io.out(L"\nDisk #%d %s\n", static_cast<int>(number), title);
+  PrintDiskSettings(app.io, settings, mode);
+  return Success;
+}
 
 }  // namespace
 
@@ -60,28 +74,22 @@ void PrintVolumeDetails(App& app, const std::wstring& path, bool rootPath) {
   out.out(L"Volume serial number: %04X-%04X\n", info.serial >> 16, info.serial & 0xFFFF);
 }
 
-CommandResult PrintDiskStatus(App& app, DiskInventory& inventory, const DiskInfo& disk) {
-  const std::optional<DiskStatus> status = QueryDiskStatus(app.controller, disk.number);
-  if (!status) {
-    app.io.errStr(strid::StatusFailed);
+CommandResult PrintDiskStatus(App& app, DiskVolumes& volumes, const DiskInfo& disk) {
+  if (printRecord(app, QueryDiskStatus(app.controller, disk.number), strid::StatusFailed, disk.number, L"Status",
+                  reportmode::Status) != Success)
     return Failed;
-  }
-  DiskSettings settings;
-  DiskSettingsFromRecord(*status, settings);
-  app.io.out(L"\nDisk #%d Status\n", static_cast<int>(disk.number));
-  PrintDiskSettings(app.io, settings, reportmode::Status);
 
   if (disk.directIo) {
     // The controller owns the letter; without it the volume is read through
     // the disk's own device.
-    const std::vector<wchar_t> letters = inventory.diskDriveLetters(disk.number, disk);
+    const std::vector<wchar_t> letters = volumes.diskDriveLetters(disk.number, disk);
     const std::wstring path =
         letters.empty() ? diskDevicePath(disk.number) + L"\\" : format(L"%c:\\", letters.front());
     PrintVolumeDetails(app, path, true);
     app.io.out(kRule);
     return Success;
   }
-  for (const std::wstring& volume : inventory.diskVolumePaths(disk.number, false)) {
+  for (const std::wstring& volume : volumes.diskVolumePaths(disk.number, false)) {
     const SysResult<std::wstring> name = app.sys.volumes.volumeNameForMountPoint(volume + L"\\", kVolumeNameChars);
     if (!name.ok) continue;
     PrintVolumeDetails(app, name.value, false);
@@ -90,22 +98,14 @@ CommandResult PrintDiskStatus(App& app, DiskInventory& inventory, const DiskInfo
   return Success;
 }
 
-CommandResult viewCommand(App& app, const wchar_t*, int argc, wchar_t** argv) {
-  DiskInventory inventory(app);
-  DiskInfo disk;
-  if (const CommandResult r = openDiskCommand(app, argc, argv, inventory, disk); r != Success) return r;
+CommandResult viewCommand(App& app, const CommandArgs& args) {
+  const DiskInfo& disk = args.disk->info;
 
-  const std::optional<Bytes> record = ReadDiskSettingsRecord(app, disk.number);
-  if (!record) {
-    app.io.errStr(strid::SettingsFailed);
+  if (printRecord(app, ReadDiskSettingsRecord(app, disk.number), strid::SettingsFailed, disk.number, L"Settings",
+                  reportmode::Settings) != Success)
     return Failed;
-  }
-  DiskSettings settings;
-  DiskSettingsFromRecord(*record, settings);
-  app.io.out(L"\nDisk #%d Settings\n", static_cast<int>(disk.number));
-  PrintDiskSettings(app.io, settings, reportmode::Settings);
 
-  ignoreResult(PrintDiskStatus(app, inventory, disk),
+  ignoreResult(PrintDiskStatus(app, args.disk->volumes, disk),
                "a failed status read has printed its error; the command still succeeds");
   return Success;
 }

@@ -5,15 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "controller/inventory.h"
 #include "console/app.h"
+#include "volume/volume.h"
 
 namespace vmd {
 
 // The status block of `disk`, then one block per volume, each closed by the
 // rule line. Failed after "Error: getting disk status failed!" when the
 // status cannot be read.
-CommandResult PrintDiskStatus(App& app, DiskInventory& inventory, const DiskInfo& disk);
+CommandResult PrintDiskStatus(App& app, DiskVolumes& volumes, const DiskInfo& disk);
 
 // One volume block. `rootPath` is true for a drive root or a device path
 // built by the caller, false for a volume GUID name, whose first mount path

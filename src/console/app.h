@@ -30,12 +30,4 @@ struct App {
 // The commander's own version, shown by the banner and `ver`.
 inline constexpr wchar_t kCommanderVersion[] = L"5.7.0";
 
-using CommandHandler = CommandResult (*)(App& app, const wchar_t* programName, int argc, wchar_t** argv);
-
-struct CommandEntry {
-  const wchar_t* name;
-  CommandHandler handler;
-  std::uint32_t helpId;
-};
-
 }  // namespace vmd

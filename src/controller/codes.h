@@ -1,11 +1,14 @@
-// Control codes of the controller and of the system's storage stack, and the
-// head that begins every per-disk request.
+// Control codes of the controller and of the system's storage stack, the
+// disk address that begins every per-disk request, and the request that
+// wraps a sub-record.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
+#include "base/bytes.h"
 #include "platform/platform.h"
 
 namespace vmd {
@@ -47,21 +50,32 @@ constexpr std::uint32_t FsctlUnlockVolume = 0x9001C;
 constexpr std::uint32_t FsctlDismountVolume = 0x90020;
 }  // namespace ioctl
 
-// Port, path id, target id (the disk number) and logical unit.
-struct DiskAddress {
-  std::uint8_t port = 0, path = 0, target = 0, lun = 0;
-};
+// The 12-byte form in which the controller names a disk, which is also the
+// whole input of a per-disk query: head length 12, total length 12, port 0,
+// path 0, target = the disk number, lun 0.
+using DiskAddressBytes = std::array<std::uint8_t, 12>;
 
-// The 12-byte head of a per-disk request: head length, total length, address.
-inline std::array<std::uint8_t, 12> diskRequestHead(std::uint8_t diskNumber, std::uint32_t headLength = 12,
-                                                    std::uint32_t totalLength = 12) {
-  std::array<std::uint8_t, 12> h{};
-  for (int i = 0; i < 4; ++i) {
-    h[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(headLength >> (8 * i));
-    h[static_cast<std::size_t>(4 + i)] = static_cast<std::uint8_t>(totalLength >> (8 * i));
-  }
-  h[10] = diskNumber;
-  return h;
+inline DiskAddressBytes diskAddress(std::uint8_t diskNumber) {
+  DiskAddressBytes a{};
+  a[0] = 12;
+  a[4] = 12;
+  a[10] = diskNumber;
+  return a;
+}
+inline std::uint8_t addressTarget(const DiskAddressBytes& a) { return a[10]; }
+
+// A per-disk request that carries a sub-record: a 16-byte head (head length
+// 16, total length, the disk's address, the sub-record's length), then the
+// sub-record. Built in one allocation.
+inline Bytes wrapSubRecord(std::uint8_t diskNumber, const Bytes& sub) {
+  constexpr std::size_t kHead = 16;
+  Bytes request(kHead + sub.size(), 0);
+  putLE(request.data(), request.size(), 0, 4, kHead);
+  putLE(request.data(), request.size(), 4, 4, request.size());
+  request[10] = diskNumber;
+  putLE(request.data(), request.size(), 12, 4, sub.size());
+  std::copy(sub.begin(), sub.end(), request.begin() + kHead);
+  return request;
 }
 
 // The controller's device-interface class, {48FA1FE0-7189-432A-9FD4-9DB766B64B31}.

@@ -1,10 +1,14 @@
 #include "controller/controller.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 
-#include "controller/codes.h"
+#include "base/bytes.h"
+#include "base/decimal.h"
 #include "base/format.h"
+#include "base/text_codec.h"
+#include "controller/codes.h"
 
 namespace vmd {
 
@@ -40,7 +44,7 @@ SysResult<std::uint32_t> CQnIoCtrl::request(std::uint32_t code, const void* in, 
 
 std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t code, std::uint8_t index,
                                          std::uint32_t withheld, std::uint32_t* error) {
-  const auto request = diskRequestHead(index);
+  const auto request = diskAddress(index);
   for (std::uint32_t size = 1024u;; size *= 2) {
     Bytes buffer;
     try {
@@ -65,26 +69,17 @@ std::optional<Bytes> requestGrowingReply(CQnIoCtrl& controller, std::uint32_t co
   }
 }
 
-bool checkSession(App& app) {
-  CVmDevControl& c = app.controller;
-  if (!c.discover() || c.devicePath().empty()) {
-    app.io.err(L"Error: Tarnby Ramdisk controller initialization failed!\n");
-    return false;
-  }
+std::optional<DiskStatus> QueryDiskStatus(CQnIoCtrl& controller, std::uint8_t index) {
+  return requestGrowingReply(controller, ioctl::QueryDiskStatus, index, 0);
+}
+
+SessionStatus checkSession(CVmDevControl& c) {
+  if (!c.discover() || c.devicePath().empty()) return SessionStatus::NoController;
   std::uint8_t rec[12] = {};
-  if (!c.request(ioctl::QueryControllerVersion, nullptr, 0, rec, sizeof rec).ok) {
-    app.io.err(L"Error: Tarnby Ramdisk controller version checking failed!\n");
-    return false;
-  }
-  auto word = [&](int at) {
-    return static_cast<std::uint32_t>(rec[at]) | (static_cast<std::uint32_t>(rec[at + 1]) << 8) |
-           (static_cast<std::uint32_t>(rec[at + 2]) << 16) | (static_cast<std::uint32_t>(rec[at + 3]) << 24);
-  };
+  if (!c.request(ioctl::QueryControllerVersion, nullptr, 0, rec, sizeof rec).ok) return SessionStatus::VersionUnread;
+  auto word = [&](std::size_t at) { return static_cast<std::uint32_t>(getLE(rec, sizeof rec, at, 4)); };
   const std::uint32_t version = word(0);
-  if (version <= 0x50005) {
-    app.io.err(L"Error: command requires Tarnby Ramdisk 5.6.0 or later!\n");
-    return false;
-  }
+  if (version <= 0x50005) return SessionStatus::VersionTooOld;
   ControllerFacts& f = c.facts;
   f.versionWord = version;
   f.secondWord = word(4);
@@ -92,7 +87,74 @@ bool checkSession(App& app) {
   f.major = static_cast<std::uint16_t>(version >> 16);
   f.minor = static_cast<std::uint16_t>(version & 0xFFFF);
   f.build = static_cast<std::uint16_t>(f.secondWord >> 16);
-  return true;
+  return SessionStatus::Ready;
+}
+
+DiskInfo parseDiskInfo(const std::uint8_t (&raw)[32]) {
+  DiskInfo d;
+  std::copy(std::begin(raw), std::end(raw), d.raw.begin());
+  d.number = raw[10];
+  d.hasImage = raw[14] != 0;
+  d.good = raw[15] != 0;
+  d.sizeBytes = static_cast<std::int64_t>(getLE(raw, 32, 16, 8));
+  d.directIo = raw[24] != 0;
+  d.letter = static_cast<wchar_t>(raw[25]);
+  return d;
+}
+
+std::vector<std::uint8_t> disksInBitmap(const std::array<std::uint8_t, 16>& bitmap) {
+  std::vector<std::uint8_t> disks;
+  for (std::size_t byte = 0; byte < bitmap.size(); ++byte)
+    for (int bit = 0; bit < 8; ++bit)
+      if (bitmap[byte] & (1u << bit)) disks.push_back(static_cast<std::uint8_t>(8 * byte + static_cast<std::size_t>(bit)));
+  return disks;
+}
+
+DiskLookup DiskInventory::resolveDiskIndex(const wchar_t* text) {
+  DiskLookup lookup;
+  if (!isDecimalDigit(text[0])) return lookup;
+  lookup.index = static_cast<std::uint32_t>(decimalToLong(text));
+  if (lookup.index >= 128) {
+    lookup.status = DiskLookup::OutOfRange;
+    return lookup;
+  }
+  const std::optional<DiskInfo> found = queryDiskInfo(static_cast<std::uint8_t>(lookup.index));
+  if (!found) {
+    lookup.status = DiskLookup::NotFound;
+    return lookup;
+  }
+  lookup.status = DiskLookup::Found;
+  lookup.info = *found;
+  return lookup;
+}
+
+std::optional<std::array<std::uint8_t, 16>> DiskInventory::queryDiskBitmap(std::uint32_t* error) {
+  std::array<std::uint8_t, 16> bitmap{};
+  const SysResult<std::uint32_t> r = controller_.request(ioctl::QueryDiskBitmap, nullptr, 0, bitmap.data(), 16);
+  if (error) *error = r.error;
+  if (!r.ok) return std::nullopt;
+  return bitmap;
+}
+
+std::optional<DiskInfo> DiskInventory::queryDiskInfo(std::uint8_t number) {
+  const auto head = diskAddress(number);
+  std::uint8_t raw[32] = {};
+  if (!controller_.request(ioctl::QueryDiskInfo, head.data(), 12, raw, 32).ok) return std::nullopt;
+  return parseDiskInfo(raw);
+}
+
+std::optional<std::uint32_t> DiskInventory::queryDeviceNumber(std::uint8_t number) {
+  const auto head = diskAddress(number);
+  std::uint8_t out[12] = {};
+  if (!controller_.request(ioctl::QueryDeviceNumber, head.data(), 12, out, 12).ok) return std::nullopt;
+  return static_cast<std::uint32_t>(getLE(out, 12, 4, 4));
+}
+
+bool DiskInventory::ownsDosName(std::uint8_t number, wchar_t letter) {
+  std::uint8_t name[14] = {};
+  putUtf16z(name, sizeof name, std::wstring{L'\\', L'?', L'?', L'\\', letter, L':'});
+  std::uint8_t out[12] = {};
+  return controller_.request(ioctl::QueryDosNameTarget, name, sizeof name, out, sizeof out).ok && out[10] == number;
 }
 
 std::wstring diskDevicePath(std::uint32_t diskNumber) {

@@ -1,13 +1,16 @@
 // The controller object: finds the controller's device interface, checks its
-// version, and sends it requests, each on a handle of its own.
+// version, and sends it requests, each on a handle of its own; and what the
+// controller answers about its disks (DiskInventory). Nothing here prints:
+// callers report the results. Nothing is cached between commands: a command
+// makes one DiskInventory and it lives as long as the command.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "console/app.h"
 #include "controller/codes.h"
 #include "platform/platform.h"
 
@@ -76,9 +79,76 @@ class CVmDevControl : public CImIoCtrl {
   ControllerFacts facts;
 };
 
-// Discovery, version request and version rule; prints the reason and returns
-// false when the command may not go on.
-bool checkSession(App& app);
+// What the session check found. Anything but Ready stops the command; the
+// caller prints the reason.
+enum class SessionStatus {
+  Ready,
+  NoController,    // no device interface, or its path is empty
+  VersionUnread,   // the version request failed
+  VersionTooOld,   // 5.5.x and earlier
+};
+
+// The controller's live status of a disk, laid out like a settings record
+// (settings/settings_record.h) and read by ParseImageFileStatus
+// (settings/image_file.h).
+using DiskStatus = Bytes;
+
+// Code 0x4606C for disk `index`, by requestGrowingReply with nothing
+// withheld. Nothing on any failure.
+std::optional<DiskStatus> QueryDiskStatus(CQnIoCtrl& controller, std::uint8_t index);
+
+// Discovery, version request and version rule; on Ready the controller's
+// facts are filled. Prints nothing.
+SessionStatus checkSession(CVmDevControl& controller);
+
+// The 32-byte disk record of QueryDiskInfo.
+struct DiskInfo {
+  std::uint8_t number = 0;      // target id of the disk's address (byte 10)
+  bool hasImage = false;        // byte 14
+  bool good = false;            // byte 15
+  std::int64_t sizeBytes = 0;   // bytes 16..23
+  bool directIo = false;        // byte 24
+  wchar_t letter = 0;           // byte 25, the Direct-IO disk's letter
+  std::array<std::uint8_t, 32> raw{};
+};
+
+DiskInfo parseDiskInfo(const std::uint8_t (&raw)[32]);
+
+// Disk numbers of a QueryDiskBitmap answer, ascending.
+std::vector<std::uint8_t> disksInBitmap(const std::array<std::uint8_t, 16>& bitmap);
+
+// What the index argument of a command names. Anything but Found stops the
+// command; the caller prints the reason.
+struct DiskLookup {
+  enum Status {
+    Found,
+    NotANumber,   // the text does not begin with a decimal digit
+    OutOfRange,   // 128 or more
+    NotFound,     // the controller does not answer for that disk
+  };
+  Status status = NotANumber;
+  std::uint32_t index = 0;  // as read, for the message
+  DiskInfo info;            // when Found
+};
+
+class DiskInventory {
+ public:
+  explicit DiskInventory(CQnIoCtrl& controller) : controller_(controller) {}
+
+  // The disk an index argument names. Prints nothing.
+  DiskLookup resolveDiskIndex(const wchar_t* text);
+
+  // Nothing on failure, with the system error in *error when asked for.
+  std::optional<std::array<std::uint8_t, 16>> queryDiskBitmap(std::uint32_t* error = nullptr);
+  std::optional<DiskInfo> queryDiskInfo(std::uint8_t number);
+  // The system's disk number of a SCSI disk.
+  std::optional<std::uint32_t> queryDeviceNumber(std::uint8_t number);
+  // Whether the controller's disk `number` owns "\??\X:" for `letter`.
+  bool ownsDosName(std::uint8_t number, wchar_t letter);
+
+ private:
+  CQnIoCtrl& controller_;
+};
 
 // "\\.\VelmoRdDevPort0Target<n>" with n taken modulo 256.
 std::wstring diskDevicePath(std::uint32_t diskNumber);

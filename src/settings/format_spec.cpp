@@ -14,7 +14,6 @@ using F = DiskSettingsRecord::Format;
 
 constexpr std::uint32_t kAttrCompressed = 0x800;
 constexpr std::uint32_t kAttrNotContentIndexed = 0x2000;
-constexpr std::size_t kRequestHead = 16;
 
 std::uint8_t fileSystemCode(const std::wstring& name) {
   if (equalsNoCase(name, L"NTFS")) return filesystem::Ntfs;
@@ -64,15 +63,6 @@ std::optional<Bytes> BuildFormatSpecFromVolume(VolumeService& volumes, FileServi
   }
   put8(spec, F::FsFlags, flags);
   return spec;
-}
-
-Bytes BuildReinitializeRequest(std::uint8_t index, const Bytes& spec) {
-  const auto head = diskRequestHead(index, kRequestHead, static_cast<std::uint32_t>(kRequestHead + spec.size()));
-  Bytes request(head.begin(), head.end());
-  request.resize(kRequestHead, 0);
-  put32(request, 12, spec.size());
-  request.insert(request.end(), spec.begin(), spec.end());
-  return request;
 }
 
 }  // namespace vmd

@@ -25,9 +25,4 @@ std::optional<Bytes> StoredFormatSpec(const Bytes& record);
 // volume's information cannot be read.
 std::optional<Bytes> BuildFormatSpecFromVolume(VolumeService& volumes, FileService& files, const std::wstring& root);
 
-// The reinitialise request for disk `index`: a 16-byte head (lengths 16 and
-// 16 + the section's, the address, the section's length) followed by the
-// format section.
-Bytes BuildReinitializeRequest(std::uint8_t index, const Bytes& section);
-
 }  // namespace vmd

@@ -31,10 +31,6 @@ int DetectImageFormat(FileService& files, const std::wstring& path, std::uint64_
   return kImageFormatUnknown;
 }
 
-std::optional<DiskStatus> QueryDiskStatus(CQnIoCtrl& controller, std::uint8_t index) {
-  return requestGrowingReply(controller, ioctl::QueryDiskStatus, index, 0);
-}
-
 ImageFileStatus ParseImageFileStatus(const DiskStatus& status) {
   using R = DiskSettingsRecord;
   ImageFileStatus st;
@@ -54,6 +50,28 @@ ImageFileStatus ParseImageFileStatus(const DiskStatus& status) {
     st.realTimeSave = (flags & imageflag::RealTimeSave) != 0;
   }
   return st;
+}
+
+Bytes BuildSaveImageRecord(const std::wstring* target, std::uint32_t imageFlags, std::uint8_t format,
+                           std::uint8_t level) {
+  using I = DiskSettingsRecord::Image;
+  std::wstring name;
+  std::size_t nameBytes = 0;
+  if (target) {
+    name = std::wstring(DiskSettingsRecord::PathPrefix) + *target;
+    nameBytes = 2 * (utf16Length(name) + 1);
+  }
+  Bytes record(target ? I::Path + nameBytes : I::FixedSize, 0);
+  put32(record, I::Size, I::FixedSize);
+  put32(record, I::Length, record.size());
+  put32(record, I::Flags, imageFlags);
+  put8(record, I::Format, format);
+  put8(record, I::Level, level);
+  if (target) {
+    put16(record, I::PathBytes, nameBytes);
+    putUtf16z(record.data() + I::Path, record.size() - I::Path, name);
+  }
+  return record;
 }
 
 }  // namespace vmd

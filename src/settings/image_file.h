@@ -1,17 +1,16 @@
 // Image files as the program sees them: recognising a file's format from its
-// first sector, and the controller's live status of a disk (code 0x4606C),
-// from which the associated image file and its save modes are learnt.
+// first sector, what the controller's live status of a disk says of its
+// image file and save modes, and the image section a save request carries.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
+#include "controller/controller.h"
 #include "platform/platform.h"
 
 namespace vmd {
-
-class CQnIoCtrl;
 
 // Magic numbers at offset 0 of an image file's first sector (little-endian).
 namespace imagemagic {
@@ -37,16 +36,8 @@ inline constexpr int kImageFormatUnknown = -1;
 int DetectImageFormat(FileService& files, const std::wstring& path, std::uint64_t* diskSize = nullptr,
                       std::uint32_t* level = nullptr);
 
-// The controller's live status of a disk, laid out like a settings record
-// (settings/settings_record.h).
-using DiskStatus = Bytes;
-
-// Code 0x4606C for disk `index`. The reply buffer starts at 1024 bytes and is
-// doubled while the controller fails with 122 or 234, up to 131072 bytes;
-// each try opens the controller afresh. Nothing on any other failure.
-std::optional<DiskStatus> QueryDiskStatus(CQnIoCtrl& controller, std::uint8_t index);
-
-// What the program keeps of a DiskStatus.
+// What the program keeps of a disk's live status (QueryDiskStatus,
+// controller/controller.h); the one reader of that record.
 struct ImageFileStatus {
   std::wstring imagePath;     // empty when the image section is absent
   bool loadOnly = false;      // no save mode (none of 0x5030)
@@ -61,5 +52,11 @@ struct ImageFileStatus {
 };
 
 ImageFileStatus ParseImageFileStatus(const DiskStatus& status);
+
+// The image section inside a save request: 40 bytes without a target (the
+// disk's own image file), else 38 + the bytes of "\DosDevices\" + target and
+// its terminator.
+Bytes BuildSaveImageRecord(const std::wstring* target, std::uint32_t imageFlags, std::uint8_t format,
+                           std::uint8_t level);
 
 }  // namespace vmd

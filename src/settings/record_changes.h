@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "settings/image_file.h"
 
 namespace vmd {
 
@@ -31,25 +32,16 @@ bool labelDiffers(const Bytes& oldRecord, const Bytes& newRecord);
 // The label of a record's volume sub-record; nothing when it has no label.
 std::optional<std::wstring> recordLabel(const Bytes& record);
 
-// What the live status record says about the disk's image.
-struct ImageRuntime {
-  bool idle = true;           // the runtime sub-record's u64 at +32 is 0, or there is none
-  bool modeIndicator = false;  // bit 21 of its u32 at +8
-  bool busy = false;           // bit 5 of the image sub-record's u32 at +8
-  std::wstring imagePath;      // the wide string at +62 of the image sub-record; empty without one
-};
-ImageRuntime readImageRuntime(const Bytes& status);
+// Whether the new image settings can act now, from the disk's live status
+// (settings/image_file.h): the disk has no part on a physical drive, its
+// image is not saved in real time and it has a path, and either the new
+// record detaches the image, or names the same path (in any letter case)
+// with a mode (byte +12) the disk can take: not 2 on a SMART-capable disk,
+// not 1 on another.
+bool canApplyImageNow(const ImageFileStatus& status, const Bytes& newRecord);
 
-// Whether the new image settings can act now: the disk is idle, its image
-// not busy and its path not empty, and either the new record detaches the
-// image, or names the same path (in any letter case) with a mode (byte +12)
-// the disk can take: not 2 while the mode indicator is set, not 1 while it
-// is clear.
-bool canApplyImageNow(const ImageRuntime& runtime, const Bytes& newRecord);
-
-// The input of ApplyImageSettings for disk `index`: a 16-byte head (16, the
-// total length, the address, the sub-record's length) and the new image
-// sub-record, or 40 zero bytes whose first two u32 are 40 when the new
+// The input of ApplyImageSettings for disk `index` (wrapSubRecord): the new
+// image sub-record, or 40 zero bytes whose first two u32 are 40 when the new
 // record has none.
 Bytes applyImageRequest(std::uint8_t index, const Bytes& newRecord);
 

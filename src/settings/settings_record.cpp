@@ -20,26 +20,12 @@ using I = DiskSettingsRecord::Image;
 // The settings reply begins with a head laid out like the request.
 constexpr std::size_t kReplyHead = 12;
 
-DiskSettingsRecord::Section sectionAt(const Bytes& r, std::size_t offsetField, std::size_t lengthField) {
-  return {get16(r, offsetField), get16(r, lengthField)};
-}
-
 // The path fields carry "\DosDevices\"; the name starts right after it.
 std::wstring pathAfterPrefix(const Bytes& r, std::size_t pathStart) {
   return readUtf16z(r.data(), r.size(), pathStart + DiskSettingsRecord::PathPrefixBytes);
 }
 
 }  // namespace
-
-DiskSettingsRecord::Section DiskSettingsRecord::substance(const Bytes& r) {
-  return sectionAt(r, H::SubstanceOffset, H::SubstanceLength);
-}
-DiskSettingsRecord::Section DiskSettingsRecord::format(const Bytes& r) {
-  return sectionAt(r, H::FormatOffset, H::FormatLength);
-}
-DiskSettingsRecord::Section DiskSettingsRecord::image(const Bytes& r) {
-  return sectionAt(r, H::ImageOffset, H::ImageLength);
-}
 
 std::uint32_t DiskSettingsRecord::checksum(const Bytes& r) { return byteSum(r, ChecksumFrom); }
 

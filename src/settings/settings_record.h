@@ -9,13 +9,14 @@
 #include <cstdint>
 #include <optional>
 
+#include "base/bytes.h"
+#include "console/app.h"
 #include "platform/platform.h"
 #include "settings/disk_settings.h"
 
 namespace vmd {
 
 class CQnIoCtrl;
-struct App;
 
 struct DiskSettingsRecord {
   // Field offsets from the record's start.
@@ -97,9 +98,14 @@ struct DiskSettingsRecord {
     bool present() const { return length != 0; }
   };
   // Read from the header; a record too short to hold the field gives 0.
-  static Section substance(const Bytes& record);
-  static Section format(const Bytes& record);
-  static Section image(const Bytes& record);
+  static Section sectionAt(const Bytes& record, std::size_t offsetField, std::size_t lengthField) {
+    return {get16(record, offsetField), get16(record, lengthField)};
+  }
+  static Section substance(const Bytes& record) {
+    return sectionAt(record, Header::SubstanceOffset, Header::SubstanceLength);
+  }
+  static Section format(const Bytes& record) { return sectionAt(record, Header::FormatOffset, Header::FormatLength); }
+  static Section image(const Bytes& record) { return sectionAt(record, Header::ImageOffset, Header::ImageLength); }
 
   // 32-bit wrapping sum of every byte from offset 12 to the end.
   static std::uint32_t checksum(const Bytes& record);

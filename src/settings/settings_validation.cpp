@@ -372,17 +372,6 @@ bool CheckImageFile(App& app, const std::wstring& path, std::uint64_t sizeBytes,
   return ok;
 }
 
-bool IsValidFilePath(const std::wstring& path, std::uint32_t maxLength) {
-  const std::size_t n = path.size();
-  if (n < 3 || n > std::size_t{maxLength} - 1) return false;
-  if (!isAsciiLetter(static_cast<std::uint32_t>(path[0])) || path[1] != L':' || path[2] != L'\\') return false;
-  if (path[n - 1] == L'\\') return false;
-  const std::wstring_view rest = std::wstring_view(path).substr(2);
-  if (rest.find_first_of(L"/:*?\"<>|") != std::wstring_view::npos) return false;
-  if (rest.find(L"\\\\") != std::wstring_view::npos) return false;
-  return true;
-}
-
 bool HasDiskSpace(App& app, const std::wstring& path, std::uint64_t bytes) {
   if (bytes == 0) return true;
   std::uint64_t need = bytes;

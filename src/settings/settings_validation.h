@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/file_path.h"
 #include "settings/disk_settings.h"
 #include "console/app.h"
 
@@ -31,9 +32,7 @@ inline constexpr std::uint32_t kMaxFilePath = 248;
                                   std::uint32_t loadOnly, bool smartRequired, int* format = nullptr,
                                   std::uint32_t* second = nullptr);
 
-// "X:\..." of at least 3 and at most maxLength - 1 characters, not ending in
-// a backslash, with none of /:*?"<>| and no doubled backslash after "X:".
-[[nodiscard]] bool IsValidFilePath(const std::wstring& path, std::uint32_t maxLength);
+// IsValidFilePath: base/file_path.h.
 
 // Whether `bytes` more fit on the volume of the path's drive letter; the
 // bytes an existing file already takes count towards them.

@@ -6,31 +6,27 @@
 
 namespace vmd {
 
+// A row that names a disk has the common start open the session and find
+// the disk before its handler runs (runCommand).
 const CommandEntry kCommandTable[] = {
-    {L"ls", lsCommand, 0x1100},
-    {L"add", addCommand, 0x1200},
-    {L"del", delCommand, 0x1300},
-    {L"view", viewCommand, 0x1400},
-    {L"edit", editCommand, 0x1500},
-    {L"rebuild", rebuildCommand, 0x1600},
-    {L"init", initCommand, 0x1700},
-    {L"save", saveCommand, 0x1800},
-    {L"export", exportCommand, 0x1900},
-    {L"im", imCommand, 0x1A00},
-    {L"mem", memCommand, 0x1B00},
-    {L"ver", verCommand, 0x1C00},
-    {L"?", helpCommand, msgid::Usage},
-    {L"help", helpCommand, msgid::Usage},
-    {nullptr, nullptr, 0},
+    {L"ls", lsCommand, 0x1100, setup::Session},
+    {L"add", addCommand, 0x1200, setup::Session},
+    {L"del", delCommand, 0x1300, setup::Disk},
+    {L"view", viewCommand, 0x1400, setup::Disk},
+    {L"edit", editCommand, 0x1500, setup::Disk},
+    {L"rebuild", rebuildCommand, 0x1600, setup::Disk},
+    {L"init", initCommand, 0x1700, setup::Disk},
+    {L"save", saveCommand, 0x1800, setup::Disk},
+    {L"export", exportCommand, 0x1900, setup::Disk},
+    {L"im", imCommand, 0x1A00, setup::Session},
+    {L"mem", memCommand, 0x1B00, setup::Session},
+    {L"ver", verCommand, 0x1C00, setup::Session},
+    {L"?", helpCommand, msgid::Usage, setup::None},
+    {L"help", helpCommand, msgid::Usage, setup::None},
+    {nullptr, nullptr, 0, setup::None},
 };
 
 namespace {
-
-const CommandEntry* findCommand(const wchar_t* word) {
-  for (const CommandEntry* e = kCommandTable; e->name; ++e)
-    if (equalsNoCase(word, e->name)) return e;
-  return nullptr;
-}
 
 void bannerAndUsage(Output& io, const wchar_t* programName) {
   io.message(Stream::Err, msgid::Banner, {kCommanderVersion});
@@ -38,7 +34,62 @@ void bannerAndUsage(Output& io, const wchar_t* programName) {
   io.message(Stream::Err, msgid::Usage, {programName});
 }
 
+const wchar_t* sessionError(SessionStatus status) {
+  switch (status) {
+    case SessionStatus::NoController: return L"Error: Tarnby Ramdisk controller initialization failed!\n";
+    case SessionStatus::VersionUnread: return L"Error: Tarnby Ramdisk controller version checking failed!\n";
+    case SessionStatus::VersionTooOld: return L"Error: command requires Tarnby Ramdisk 5.6.0 or later!\n";
+    case SessionStatus::Ready: break;
+  }
+  return L"";
+}
+
+void printLookupError(Output& io, const DiskLookup& lookup) {
+  switch (lookup.status) {
+    case DiskLookup::NotANumber: io.err(L"Error: please specify the disk index!\n"); return;
+    case DiskLookup::OutOfRange: io.err(L"Error: invalid disk index!\n"); return;
+    // This message has no exclamation mark.
+    case DiskLookup::NotFound: io.err(L"Error: cannot find the disk #%d\n", static_cast<int>(lookup.index)); return;
+    case DiskLookup::Found: return;
+  }
+}
+
 }  // namespace
+
+const CommandEntry* findCommand(const wchar_t* word) {
+  for (const CommandEntry* e = kCommandTable; e->name; ++e)
+    if (equalsNoCase(word, e->name)) return e;
+  return nullptr;
+}
+
+CommandResult runCommand(App& app, const CommandEntry& entry, const wchar_t* programName, int argc, wchar_t** argv) {
+  CommandArgs args{programName, argc, argv, nullptr};
+  if (entry.needs & setup::Session) {
+    if (const SessionStatus s = checkSession(app.controller); s != SessionStatus::Ready) {
+      app.io.err(sessionError(s));
+      return Failed;
+    }
+  }
+  if ((entry.needs & setup::Disk) != setup::Disk) return entry.handler(app, args);
+  if (argc < 1) return InvalidUse;
+  DiskInventory inventory(app.controller);
+  const DiskLookup lookup = inventory.resolveDiskIndex(argv[0]);
+  if (lookup.status != DiskLookup::Found) {
+    printLookupError(app.io, lookup);
+    return Failed;
+  }
+  DiskVolumes volumes(inventory, app.sys.io, app.sys.volumes, app.sys.setup);
+  DiskTarget disk{lookup.info, inventory, volumes};
+  args.argc = argc - 1;
+  args.argv = argv + 1;
+  args.disk = &disk;
+  return entry.handler(app, args);
+}
+
+CommandResult runCommand(App& app, const wchar_t* programName, const wchar_t* word, int argc, wchar_t** argv) {
+  const CommandEntry* entry = findCommand(word);
+  return entry ? runCommand(app, *entry, programName, argc, argv) : InvalidUse;
+}
 
 const wchar_t* programNameOf(const wchar_t* argv0) {
   const wchar_t* name = argv0;
@@ -47,15 +98,16 @@ const wchar_t* programNameOf(const wchar_t* argv0) {
   return name;
 }
 
-CommandResult helpCommand(App& app, const wchar_t* programName, int argc, wchar_t** argv) {
-  if (argc <= 0) {
+CommandResult helpCommand(App& app, const CommandArgs& args) {
+  const wchar_t* programName = args.programName;
+  if (args.argc <= 0) {
     app.io.message(Stream::Out, msgid::Usage, {programName});
     return Success;
   }
   // No "-" or "/" is dropped here: "? -edit" names no command.
-  const CommandEntry* e = findCommand(argv[0]);
+  const CommandEntry* e = findCommand(args.argv[0]);
   if (!e) {
-    app.io.message(Stream::Out, msgid::UnknownCommand, {programName, argv[0]});
+    app.io.message(Stream::Out, msgid::UnknownCommand, {programName, args.argv[0]});
     return Success;
   }
   app.io.message(Stream::Out, e->helpId ? e->helpId : msgid::Usage, {programName, e->name});
@@ -104,7 +156,7 @@ int runProgram(Platform& sys, int argc, wchar_t** argv) {
   OptionScanner options(io);
   CVmDevControl controller(sys.setup, sys.io);
   App app{sys, io, options, controller};
-  const CommandResult result = entry->handler(app, programName, argc - 2, argv + 2);
+  const CommandResult result = runCommand(app, *entry, programName, argc - 2, argv + 2);
   if (result == InvalidUse) io.message(Stream::Err, msgid::InvalidUse, {programName, entry->name});
   if (result == Cancelled) io.message(Stream::Err, msgid::Cancelled, {programName, entry->name});
   sys.process.comUninitialize();

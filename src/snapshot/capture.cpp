@@ -123,7 +123,7 @@ class Reader {
   }
 
   void readDisk(std::uint8_t index) {
-    const auto head = diskRequestHead(index);
+    const auto head = diskAddress(index);
     std::uint8_t raw[32] = {};
     SysResult<std::uint32_t> r = controller_.request(ioctl::QueryDiskInfo, head.data(), 12, raw, 32);
     if (!r.ok) {

@@ -13,7 +13,8 @@
 #include <vector>
 
 #include "controller/im_status.h"
-#include "controller/inventory.h"
+#include "controller/controller.h"
+#include "volume/volume.h"
 #include "platform/platform.h"
 
 namespace vmd::snapshot {

@@ -1,5 +1,6 @@
-// Drive letters: moving a volume's mount point, changing a disk's letter,
-// announcing the change, and the mounted-devices database.
+// Drive letters: the letters and volumes of a disk, moving a volume's mount
+// point, changing a disk's letter, announcing the change, and the
+// mounted-devices database.
 #include <cstring>
 
 #include "base/bytes.h"
@@ -31,7 +32,6 @@ constexpr std::uint32_t kBroadcastFlags = 0x122;  // BSF_SENDNOTIFYMESSAGE | BSF
 constexpr std::uint32_t kWmDeviceChange = 0x219;
 
 bool isLetter(wchar_t c) { return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z'); }
-wchar_t upper(wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - 32) : c; }
 std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
 
 // A drive-letter value of the database: "\DosDevices\X:".
@@ -40,6 +40,11 @@ bool isDriveLetterValue(const std::wstring& name) {
          equalsNoCase(name.substr(0, kDosDevicesPrefixChars).c_str(), kDosDevicesPrefix) &&
          isLetter(name[kDosDevicesPrefixChars]) && name[kDosDevicesPrefixChars + 1] == L':';
 }
+
+// Room for 31 extents; a volume with more fails its request and is skipped.
+constexpr std::uint32_t kExtentsBufferSize = 752;
+
+bool holdsVolumes(std::uint32_t driveType) { return driveType == drivetype::Fixed || driveType == drivetype::Removable; }
 
 }  // namespace
 
@@ -61,7 +66,7 @@ bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLett
 bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAssigned, wchar_t oldLetter,
                        wchar_t newLetter) {
   if (oldLetter == newLetter) return true;
-  if (isLetter(newLetter) && (ctx.volumes.logicalDrives().valueOr(0) & (1u << (upper(newLetter) - L'A'))) != 0)
+  if (isLetter(newLetter) && (ctx.volumes.logicalDrives().valueOr(0) & (1u << (asciiUpper(newLetter) - L'A'))) != 0)
     return false;
   if (!controllerAssigned) return MoveVolumeMountPoint(ctx, oldLetter, newLetter);
   Bytes record(16, 0);
@@ -84,7 +89,7 @@ Bytes volumeBroadcastRecord(wchar_t letter) {
   Bytes record(20, 0);
   put32(record, 0, 20);  // size
   put32(record, 4, 2);   // DBT_DEVTYP_VOLUME
-  const int bit = upper(letter) - L'A';
+  const int bit = asciiUpper(letter) - L'A';
   put32(record, 12, bit >= 0 && bit < 32 ? (1u << bit) : 0u);
   return record;
 }
@@ -110,8 +115,88 @@ bool RewriteMountedDevice(VolumeContext& ctx, wchar_t letter, const std::array<s
       if (key.deleteValue(value.name).ok) --index;  // the next value moved into this place
     }
   }
-  const std::wstring name = kDosDevicesPrefix + std::wstring(1, upper(letter)) + L":";
+  const std::wstring name = kDosDevicesPrefix + std::wstring(1, asciiUpper(letter)) + L":";
   return key.setBinary(name, Bytes(data.begin(), data.end())).ok;
+}
+
+
+std::vector<VolumeExtent> parseVolumeExtents(const std::uint8_t* data, std::size_t size) {
+  std::vector<VolumeExtent> extents;
+  const std::uint64_t count = getLE(data, size, 0, 4);
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const std::size_t at = 8 + 24 * static_cast<std::size_t>(i);
+    if (at + 24 > size) break;
+    extents.push_back({static_cast<std::uint32_t>(getLE(data, size, at, 4)), getLE(data, size, at + 8, 8),
+                       getLE(data, size, at + 16, 8)});
+  }
+  return extents;
+}
+
+std::vector<std::uint32_t> extentDiskNumbers(const std::uint8_t* data, std::size_t size) {
+  std::vector<std::uint32_t> disks;
+  for (const VolumeExtent& e : parseVolumeExtents(data, size)) disks.push_back(e.disk);
+  return disks;
+}
+
+std::vector<wchar_t> DiskVolumes::diskDriveLetters(std::uint8_t number, const DiskInfo& info) {
+  if (info.directIo) {
+    // The controller names the owner of "\??\X:"; another device may have
+    // taken the letter since the disk was given it.
+    if (inventory_.ownsDosName(number, info.letter)) return {info.letter};
+    return {};
+  }
+  if (!letters_) letters_ = buildLetterMap();
+  const std::optional<std::uint32_t> device = inventory_.queryDeviceNumber(number);
+  if (!device) return {};
+  auto it = letters_->find(*device);
+  return it == letters_->end() ? std::vector<wchar_t>() : it->second;
+}
+
+std::vector<std::wstring> DiskVolumes::diskVolumePaths(std::uint8_t number, bool directIo) {
+  if (directIo) return {diskDevicePath(number)};
+  const VolumeMap volumes = buildVolumeMap();
+  const std::optional<std::uint32_t> device = inventory_.queryDeviceNumber(number);
+  if (!device) return {};
+  auto it = volumes.find(*device);
+  return it == volumes.end() ? std::vector<std::wstring>() : it->second;
+}
+
+std::optional<std::vector<std::uint32_t>> DiskVolumes::volumeExtentDisks(const std::wstring& path) {
+  std::vector<std::uint8_t> buffer(kExtentsBufferSize);
+  const SysResult<std::uint32_t> r = sendRequest(io_, path, 0, DeviceIo::ShareRead | DeviceIo::ShareWrite,
+                                                 DeviceIo::AttributeNormal, ioctl::VolumeGetVolumeDiskExtents, nullptr,
+                                                 0, buffer.data(), kExtentsBufferSize);
+  if (!r.ok) return std::nullopt;
+  return extentDiskNumbers(buffer.data(), buffer.size());
+}
+
+DiskVolumes::LetterMap DiskVolumes::buildLetterMap() {
+  LetterMap map;
+  const std::uint32_t drives = volumes_.logicalDrives().valueOr(0);
+  for (std::uint32_t bit = 0; bit < 32 && (drives >> bit) != 0; ++bit) {
+    if (!(drives & (1u << bit))) continue;
+    const wchar_t letter = static_cast<wchar_t>(L'A' + bit);
+    if (!holdsVolumes(volumes_.driveType(std::wstring(L"\\\\.\\") + letter + L":\\").valueOr(drivetype::Unknown)))
+      continue;
+    const auto disks = volumeExtentDisks(std::wstring(L"\\\\.\\") + letter + L":");
+    if (!disks) continue;
+    for (std::uint32_t disk : *disks) map[disk].push_back(letter);
+  }
+  return map;
+}
+
+DiskVolumes::VolumeMap DiskVolumes::buildVolumeMap() {
+  VolumeMap map;
+  const SysResult<std::vector<DeviceSetup::Interface>> interfaces =
+      setup_.presentInterfaces(kVolumeInterface, DeviceSetup::Scope::All);
+  if (!interfaces.ok) return map;
+  for (const DeviceSetup::Interface& i : interfaces.value) {
+    if (!holdsVolumes(volumes_.driveType(i.path + L"\\").valueOr(drivetype::Unknown))) continue;
+    const auto disks = volumeExtentDisks(i.path);
+    if (!disks) continue;
+    for (std::uint32_t disk : *disks) map[disk].push_back(i.path);
+  }
+  return map;
 }
 
 }  // namespace vmd

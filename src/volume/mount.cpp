@@ -26,8 +26,6 @@ std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
 
 }  // namespace
 
-DiskAddressBytes diskAddress(std::uint8_t index) { return diskRequestHead(index); }
-
 std::optional<bool> QueryAutoMount(VolumeContext& ctx) {
   DeviceHandle mm = openMountManager(ctx);
   if (!mm.valid()) return std::nullopt;

@@ -56,6 +56,16 @@ bool DismountVolume(VolumeContext& ctx, const std::wstring& volumePath, VolumeLo
   return true;
 }
 
+bool DismountDiskVolumes(VolumeContext& ctx, const std::vector<std::wstring>& volumePaths) {
+  bool forceAll = false;
+  for (const std::wstring& path : volumePaths) {
+    VolumeLock lock;
+    if (!DismountVolume(ctx, path, lock, forceAll)) return false;
+    ReleaseVolume(lock);
+  }
+  return true;
+}
+
 void ReleaseVolume(VolumeLock& lock) {
   if (lock.volume.valid() && lock.locked && lock.volume.control(ioctl::FsctlUnlockVolume).ok) lock.locked = false;
   lock.volume.close();

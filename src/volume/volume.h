@@ -1,5 +1,5 @@
-// Volume management: creating a disk and waiting for its volume and letter,
-// moving drive letters, announcing letter changes, the mounted-devices
+// Volume management: which volumes and letters a disk has, creating a disk
+// and waiting for its volume and letter, moving drive letters, announcing letter changes, the mounted-devices
 // database, dismounting a volume before its disk goes, and removing a disk
 // and waiting until it is gone. The controller creates and removes disks
 // asynchronously; these procedures poll, and their timings and retry counts
@@ -10,9 +10,12 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "controller/codes.h"
 #include "controller/controller.h"
 #include "platform/platform.h"
 
@@ -29,11 +32,6 @@ struct VolumeContext {
   DeviceBroadcast& broadcast;
   std::function<bool()> askForceDismount;
 };
-
-// The 12-byte form in which the controller names a disk: lengths 12 and 12,
-// port 0, path 0, target = the disk index, lun 0.
-using DiskAddressBytes = std::array<std::uint8_t, 12>;
-inline std::uint8_t addressTarget(const DiskAddressBytes& a) { return a[10]; }
 
 // Mount status of CreateAndMountDisk.
 namespace mountstatus {
@@ -89,9 +87,6 @@ struct RebuildRequest {
   bool announcementFailed = false;     // the old or the new letter could not be announced
 };
 
-// The address bytes of disk `index`.
-DiskAddressBytes diskAddress(std::uint8_t index);
-
 void CreateAndMountDisk(VolumeContext& ctx, MountRequest& request);
 bool FindNewDiskLetter(VolumeContext& ctx, const DiskAddressBytes& address, std::uint32_t& previousDrives,
                        std::uint32_t currentDrives, std::uint16_t& letter);
@@ -121,12 +116,65 @@ Bytes volumeBroadcastRecord(wchar_t letter);
                                   bool& forceAll);
 // Unlocks a locked volume and closes its handle.
 void ReleaseVolume(VolumeLock& lock);
+// Locks, dismounts, unlocks and closes each of a disk's volumes in turn.
+// False when the user declined to force a dismount: the volumes before it
+// stay dismounted, the rest are untouched.
+[[nodiscard]] bool DismountDiskVolumes(VolumeContext& ctx, const std::vector<std::wstring>& volumePaths);
 
 [[nodiscard]] bool CanRemoveDisk(VolumeContext& ctx, const DiskAddressBytes& address);
 [[nodiscard]] bool RemoveDisk(VolumeContext& ctx, const DiskAddressBytes& address, std::uint8_t saveImage);
 [[nodiscard]] bool IsDiskPresent(VolumeContext& ctx, const DiskAddressBytes& address);
 void RemoveDiskAndWait(VolumeContext& ctx, RemoveRequest& request);
 void RebuildDisk(VolumeContext& ctx, RebuildRequest& request);
+
+// --- The volumes and drive letters of one of the controller's disks: a
+// Direct-IO disk's are its own device and the letter the controller owns; a
+// SCSI disk's are the system volumes with an extent on its system disk.
+
+// One extent of a volume: a system disk number, where on it and how long.
+struct VolumeExtent {
+  std::uint32_t disk = 0;
+  std::uint64_t offset = 0, length = 0;
+};
+
+// The extents of an IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS answer (count,
+// padding, then 24-byte extents); extents that would lie beyond `size`
+// bytes are not read.
+std::vector<VolumeExtent> parseVolumeExtents(const std::uint8_t* data, std::size_t size);
+
+// Their system disk numbers, one per extent.
+std::vector<std::uint32_t> extentDiskNumbers(const std::uint8_t* data, std::size_t size);
+
+class DiskVolumes {
+ public:
+  DiskVolumes(DiskInventory& inventory, DeviceIo& io, VolumeService& volumes, DeviceSetup& setup)
+      : inventory_(inventory), io_(io), volumes_(volumes), setup_(setup) {}
+
+  // Possibly empty; failures along the way give an empty list. The letters of
+  // SCSI disks come from a letter map built at the first call and kept for
+  // the life of this object.
+  std::vector<wchar_t> diskDriveLetters(std::uint8_t number, const DiskInfo& info);
+  // The volume map is built afresh for each call.
+  std::vector<std::wstring> diskVolumePaths(std::uint8_t number, bool directIo);
+
+  // System disk number -> letters (ascending) / volume interface paths
+  // (enumeration order). A volume with several extents on one disk appears
+  // once per extent.
+  using LetterMap = std::map<std::uint32_t, std::vector<wchar_t>>;
+  using VolumeMap = std::map<std::uint32_t, std::vector<std::wstring>>;
+  LetterMap buildLetterMap();
+  VolumeMap buildVolumeMap();
+
+ private:
+  // Extents of a volume opened by `path`; nothing when the open or the request fails.
+  std::optional<std::vector<std::uint32_t>> volumeExtentDisks(const std::wstring& path);
+
+  DiskInventory& inventory_;
+  DeviceIo& io_;
+  VolumeService& volumes_;
+  DeviceSetup& setup_;
+  std::optional<LetterMap> letters_;  // built at most once per command
+};
 
 // Poll limits.
 inline constexpr int kMountRounds = 60;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/commands.h"
+#include "shell/dispatch.h"
 #include "support/fakes.h"
 #include "support/option_generator.h"
 #include "support/sim_app.h"
@@ -64,7 +64,7 @@ TEST(AddViewProperty, ViewShowsTheSettingsThatAddShowed) {
     OptionScanner scanner(io);
     App app{sim.platform.platform, io, scanner, sim.controller};
     Args add(options);
-    if (addCommand(app, L"vmdctl", add.argc(), add.argv()) != Success) continue;
+    if (runCommand(app, L"vmdctl", L"add", add.argc(), add.argv()) != Success) continue;
     ++created;
     const std::wstring shown = blockAfter(sim.out(), L"\nSettings for New Disk\n");
     ASSERT_NE(shown, L"");
@@ -75,7 +75,7 @@ TEST(AddViewProperty, ViewShowsTheSettingsThatAddShowed) {
 
     sim.streams.clear();
     Args view({index});
-    ASSERT_EQ(viewCommand(sim.app, L"vmdctl", view.argc(), view.argv()), Success);
+    ASSERT_EQ(runCommand(sim.app, L"vmdctl", L"view", view.argc(), view.argv()), Success);
     const std::wstring viewed = blockAfter(sim.out(), L"\nDisk #" + index + L" Settings\n");
     ASSERT_NE(viewed, L"");
 

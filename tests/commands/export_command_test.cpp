@@ -3,7 +3,7 @@
 #include <string>
 
 #include "base/bytes.h"
-#include "commands/commands.h"
+#include "shell/dispatch.h"
 #include "settings/descriptor_file.h"
 #include "sim/record_layout.h"
 #include "support/sim_app.h"
@@ -35,7 +35,7 @@ DescriptorCheck written(SimApp& sim, const std::wstring& path) {
 TEST(ExportCommand, LetterOfTheMountedVolumeWinsOverTheSettings) {
   SimApp sim(machineWith({{"sizeMb", 64}, {"driveLetter", "R"}}, true));
   Args args{L"2", L"-s", L"-f", L"C:\\d"};
-  EXPECT_EQ(exportCommand(sim.app, L"vmdctl", args.argc(), args.argv()), Success);
+  EXPECT_EQ(runCommand(sim.app, L"vmdctl", L"export", args.argc(), args.argv()), Success);
   const DescriptorCheck c = written(sim, L"C:\\d.vdd");
   ASSERT_TRUE(c.valid()) << std::string(c.problem.begin(), c.problem.end());
   EXPECT_EQ(c.driveLetter, L'S');
@@ -46,7 +46,7 @@ TEST(ExportCommand, LetterOfTheMountedVolumeWinsOverTheSettings) {
 TEST(ExportCommand, WithoutAMountedVolumeTheSettingsLetter) {
   SimApp sim(machineWith({{"sizeMb", 64}, {"driveLetter", "R"}}, false));
   Args args{L"2", L"-s", L"-f", L"C:\\d"};
-  EXPECT_EQ(exportCommand(sim.app, L"vmdctl", args.argc(), args.argv()), Success);
+  EXPECT_EQ(runCommand(sim.app, L"vmdctl", L"export", args.argc(), args.argv()), Success);
   EXPECT_EQ(written(sim, L"C:\\d.vdd").driveLetter, L'R');
   EXPECT_EQ(sim.err(), L"");
   EXPECT_EQ(sim.out(), L"");
@@ -55,7 +55,7 @@ TEST(ExportCommand, WithoutAMountedVolumeTheSettingsLetter) {
 TEST(ExportCommand, WithoutAnyLetterZero) {
   SimApp sim(machineWith({{"sizeMb", 64}}, false));
   Args args{L"2", L"-s", L"-f", L"C:\\d"};
-  EXPECT_EQ(exportCommand(sim.app, L"vmdctl", args.argc(), args.argv()), Success);
+  EXPECT_EQ(runCommand(sim.app, L"vmdctl", L"export", args.argc(), args.argv()), Success);
   EXPECT_EQ(written(sim, L"C:\\d.vdd").driveLetter, 0);
 }
 

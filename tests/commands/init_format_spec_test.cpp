@@ -174,19 +174,5 @@ TEST(StoredFormatSpec, AbsentOrOutsideSectionIsNotUsed) {
   EXPECT_FALSE(StoredFormatSpec(record));
 }
 
-TEST(BuildReinitializeRequest, HeadLengthAndSpec) {
-  const Bytes spec(58, 0xAB);
-  const Bytes request = BuildReinitializeRequest(5, spec);
-  ASSERT_EQ(request.size(), 74u);
-  EXPECT_EQ(get32(request, 0), 16u);
-  EXPECT_EQ(get32(request, 4), 74u);
-  EXPECT_EQ(request[8], 0);
-  EXPECT_EQ(request[9], 0);
-  EXPECT_EQ(request[10], 5);
-  EXPECT_EQ(request[11], 0);
-  EXPECT_EQ(get32(request, 12), 58u);
-  EXPECT_EQ(Bytes(request.begin() + 16, request.end()), spec);
-}
-
 }  // namespace
 }  // namespace vmd

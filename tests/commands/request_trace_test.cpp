@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/commands.h"
+#include "shell/dispatch.h"
 #include "settings/creation_record.h"
 #include "settings/descriptor_file.h"
 #include "settings/disk_options.h"
@@ -72,7 +72,7 @@ TEST(RequestTrace, AddSendsTheRecordItsOptionsGive) {
 
     TracedRun run(state);
     Args add(options);
-    addCommand(run.app.app, L"vmdctl", add.argc(), add.argv());
+    runCommand(run.app.app, L"vmdctl", L"add", add.argc(), add.argv());
     const std::optional<Bytes> traced = run.bytes("code=CreateDisk ", "in");
     if (!traced) continue;  // refused before it was sent
     ++sent;
@@ -128,7 +128,7 @@ TEST(RequestTrace, EditSendsTheOldRecordWithTheEditedSettingsChanged) {
     TracedRun run(editMachine());
     const sim::RecordBytes old = sim::diskRecord(run.app.machine.toJson()["controller"]["disks"][0]);
     Args edit(c.args);
-    ASSERT_EQ(editCommand(run.app.app, L"vmdctl", edit.argc(), edit.argv()), Success) << toUtf8(run.app.err());
+    ASSERT_EQ(runCommand(run.app.app, L"vmdctl", L"edit", edit.argc(), edit.argv()), Success) << toUtf8(run.app.err());
     const std::optional<Bytes> sentRecord = run.bytes("code=ChangeDiskSettings ", "in");
     ASSERT_TRUE(sentRecord.has_value());
     const json before = sim::decodeRecord(old);
@@ -144,7 +144,7 @@ TEST(RequestTrace, ExportWritesADescriptorOfTheDisksOwnRecordInOneWrite) {
   TracedRun run(editMachine());
   const sim::RecordBytes record = sim::diskRecord(run.app.machine.toJson()["controller"]["disks"][0]);
   Args exportArgs({L"0", L"-f", L"C:\\d.vdd", L"-s"});
-  ASSERT_EQ(exportCommand(run.app.app, L"vmdctl", exportArgs.argc(), exportArgs.argv()), Success);
+  ASSERT_EQ(runCommand(run.app.app, L"vmdctl", L"export", exportArgs.argc(), exportArgs.argv()), Success);
   const std::optional<Bytes> written = run.bytes("WriteFile \"C:\\d.vdd\"", "data");
   ASSERT_TRUE(written.has_value());
   EXPECT_EQ(run.field("WriteFile \"C:\\d.vdd\"", "bytes"), std::to_string(written->size()));
@@ -162,7 +162,7 @@ TEST(RequestTrace, SaveHasTheControllerWriteAnImageTheImageReaderKnows) {
     "controller": {"disks": [{"index": 2, "size": 67108864, "image": true,
       "settings": {"sizeMb": 64, "imageFile": "C:\\img\\disk.img", "imageFlags": "0x00010011", "imageFormat": 0}}]}})"));
   Args save({L"2", L"-s"});
-  ASSERT_EQ(saveCommand(run.app.app, L"vmdctl", save.argc(), save.argv()), Success) << toUtf8(run.app.err());
+  ASSERT_EQ(runCommand(run.app.app, L"vmdctl", L"save", save.argc(), save.argv()), Success) << toUtf8(run.app.err());
   const std::optional<Bytes> head = run.bytes("* t=0 ImageWritten \"C:\\img\\disk.img\"", "head");
   ASSERT_TRUE(head.has_value());
   EXPECT_EQ(run.field("ImageWritten", "size"), "67108864");

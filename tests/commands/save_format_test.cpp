@@ -1,4 +1,5 @@
 #include "commands/save_command.h"
+#include "settings/image_file.h"
 
 #include <gtest/gtest.h>
 
@@ -99,17 +100,6 @@ TEST(SaveImageRecord, WithATargetCarriesThePrefixedName) {
   EXPECT_EQ(get16(r, 36), nameBytes);
   for (std::size_t i = 0; i < name.size(); ++i) EXPECT_EQ(get16(r, 38 + 2 * i), name[i]) << i;
   EXPECT_EQ(get16(r, 38 + 2 * name.size()), 0);
-}
-
-TEST(SaveImageRequest, HeadThenRecord) {
-  const Bytes record = BuildSaveImageRecord(nullptr, 0, 0, 0);
-  const Bytes request = BuildSaveImageRequest(9, record);
-  ASSERT_EQ(request.size(), 56u);
-  EXPECT_EQ(get32(request, 0), 16u);
-  EXPECT_EQ(get32(request, 4), 56u);
-  EXPECT_EQ(request[10], 9);
-  EXPECT_EQ(get32(request, 12), 40u);
-  EXPECT_EQ(Bytes(request.begin() + 16, request.end()), record);
 }
 
 }  // namespace

@@ -1,162 +1,92 @@
-// The disk inventory against the simulated machine: index resolution, the
-// disk records, and the drive letters and volume paths of both kinds of disk.
-#include "controller/inventory.h"
+// The disk inventory against the simulated machine: index resolution and the
+// disk records. It asks the controller and prints nothing.
+#include "controller/controller.h"
 
 #include <gtest/gtest.h>
 
 #include "base/decimal.h"
 #include "base/text_codec.h"
-#include "sim/sim_platform.h"
-#include "support/fakes.h"
+#include "support/inventory_rig.h"
 
 namespace vmd {
 namespace {
 
 using sim::json;
-
-const char* kController = "\\\\?\\root#scsiadapter#0000#{48fa1fe0-7189-432a-9fd4-9db766b64b31}";
-
-// A machine, the program's view of it, and one inventory.
-struct Rig {
-  explicit Rig(const json& state)
-      : machine(state),
-        sim(machine, streams, catalog),
-        io(streams, catalog, sim.keys),
-        options(io),
-        controller(sim.setup, sim.io),
-        app{sim.platform, io, options, controller},
-        inventory(app) {
-    controller.discover();
-  }
-
-  int stat(const std::string& group, const std::string& key) {
-    const json& stats = machine.stats;
-    if (!stats.contains(group) || !stats[group].contains(key)) return 0;
-    return stats[group][key].get<int>();
-  }
-
-  CommandResult resolve(const wchar_t* text, DiskInfo& info) {
-    std::wstring arg = text;
-    wchar_t* argv[] = {arg.data(), nullptr};
-    return inventory.resolveDiskIndex(argv, info);
-  }
-
-  sim::Machine machine;
-  test::CapturingStreams streams;
-  test::MapCatalog catalog;
-  sim::SimPlatform sim;
-  Output io;
-  OptionScanner options;
-  CVmDevControl controller;
-  App app;
-  DiskInventory inventory;
-};
-
-// Disk 7 (SCSI, system disk 2, volumes at E and G), disk 9 (Direct-IO at S),
-// disk 12 (SCSI without volumes).
-json sampleMachine() {
-  return json::parse(R"({
-    "controller": {"disks": [
-      {"index": 7, "size": 5368709120, "image": true, "systemDiskNumber": 2},
-      {"index": 9, "size": 33554432, "good": false, "directIo": true, "letter": "S"},
-      {"index": 12, "size": 1048576, "systemDiskNumber": 4}]},
-    "drives": [
-      {"letter": "C", "type": "fixed", "volume": "\\\\?\\Volume{3f1d6c52-0000-0000-0000-100000000000}\\"},
-      {"letter": "G", "type": "removable", "volume": "\\\\?\\Volume{00000002-0000-0000-0000-000000000000}\\"},
-      {"letter": "E", "type": "fixed", "volume": "\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\"}],
-    "volumes": [
-      {"name": "\\\\?\\Volume{3f1d6c52-0000-0000-0000-100000000000}\\",
-       "interfacePath": "\\\\?\\STORAGE#Volume#{3f1d6c52-0000-0000-0000-100000000000}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}",
-       "extents": [{"disk": 0, "offset": 1048576, "length": 255999344640}]},
-      {"name": "\\\\?\\Volume{00000002-0000-0000-0000-000000000000}\\",
-       "interfacePath": "\\\\?\\STORAGE#Volume#{00000002}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}",
-       "extents": [{"disk": 2, "offset": 65536, "length": 1048576}]},
-      {"name": "\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\",
-       "interfacePath": "\\\\?\\STORAGE#Volume#{00000001}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}",
-       "extents": [{"disk": 2, "offset": 2097152, "length": 1048576}]}]
-  })");
-}
+using test::kController;
+using test::Rig;
+using test::sampleMachine;
 
 // --- index resolution ---
 
 TEST(ResolveDiskIndex, LeadingZerosNameTheSameDisk) {
   Rig rig(sampleMachine());
-  DiskInfo info;
-  EXPECT_EQ(rig.resolve(L"007", info), Success);
-  EXPECT_EQ(info.number, 7);
+  const DiskLookup found = rig.inventory.resolveDiskIndex(L"007");
+  EXPECT_EQ(found.status, DiskLookup::Found);
+  EXPECT_EQ(found.info.number, 7);
   EXPECT_EQ(rig.streams.all, L"");
 }
 
 TEST(ResolveDiskIndex, TextAfterTheDigitsIsIgnored) {
   Rig rig(sampleMachine());
-  DiskInfo info;
-  EXPECT_EQ(rig.resolve(L"7x", info), Success);
-  EXPECT_EQ(info.number, 7);
-  EXPECT_EQ(rig.resolve(L"9abc", info), Success);
-  EXPECT_EQ(info.number, 9);
+  EXPECT_EQ(rig.inventory.resolveDiskIndex(L"7x").info.number, 7);
+  EXPECT_EQ(rig.inventory.resolveDiskIndex(L"9abc").info.number, 9);
 }
 
-TEST(ResolveDiskIndex, TextThatDoesNotStartWithADigitAsksForTheIndex) {
+TEST(ResolveDiskIndex, TextThatDoesNotStartWithADigitIsNoNumber) {
   for (const wchar_t* text : {L"x7", L"", L"-1", L"+7", L" 7"}) {
     Rig rig(sampleMachine());
-    DiskInfo info;
-    EXPECT_EQ(rig.resolve(text, info), Failed) << toUtf8(text);
-    EXPECT_EQ(rig.streams.err, L"Error: please specify the disk index!\n") << toUtf8(text);
-    EXPECT_EQ(rig.streams.out, L"");
+    EXPECT_EQ(rig.inventory.resolveDiskIndex(text).status, DiskLookup::NotANumber) << toUtf8(text);
+    EXPECT_EQ(rig.streams.all, L"");
     EXPECT_EQ(rig.stat("requests", "QueryDiskInfo"), 0);
   }
 }
 
-TEST(ResolveDiskIndex, IndexOf128OrMoreIsInvalid) {
+TEST(ResolveDiskIndex, IndexOf128OrMoreIsOutOfRange) {
   for (const wchar_t* text : {L"128", L"300", L"4294967296", L"2147483648", L"99999999999999999999"}) {
     Rig rig(sampleMachine());
-    DiskInfo info;
-    EXPECT_EQ(rig.resolve(text, info), Failed) << toUtf8(text);
-    EXPECT_EQ(rig.streams.err, L"Error: invalid disk index!\n") << toUtf8(text);
+    EXPECT_EQ(rig.inventory.resolveDiskIndex(text).status, DiskLookup::OutOfRange) << toUtf8(text);
+    EXPECT_EQ(rig.streams.all, L"");
     EXPECT_EQ(rig.stat("requests", "QueryDiskInfo"), 0);
   }
 }
 
 TEST(ResolveDiskIndex, Index127IsAskedFor) {
   Rig rig(sampleMachine());
-  DiskInfo info;
-  EXPECT_EQ(rig.resolve(L"127", info), Failed);
-  EXPECT_EQ(rig.streams.err, L"Error: cannot find the disk #127\n");
+  const DiskLookup lookup = rig.inventory.resolveDiskIndex(L"127");
+  EXPECT_EQ(lookup.status, DiskLookup::NotFound);
+  EXPECT_EQ(lookup.index, 127u);
   EXPECT_EQ(rig.stat("requests", "QueryDiskInfo"), 1);
 }
 
-TEST(ResolveDiskIndex, MissingDiskCannotBeFoundAndTheMessageHasNoExclamationMark) {
+TEST(ResolveDiskIndex, MissingDiskIsNotFoundAndNothingIsPrinted) {
   Rig rig(sampleMachine());
-  DiskInfo info;
-  EXPECT_EQ(rig.resolve(L"5", info), Failed);
-  EXPECT_EQ(rig.streams.err, L"Error: cannot find the disk #5\n");
-  EXPECT_EQ(rig.streams.out, L"");
+  const DiskLookup lookup = rig.inventory.resolveDiskIndex(L"5");
+  EXPECT_EQ(lookup.status, DiskLookup::NotFound);
+  EXPECT_EQ(lookup.index, 5u);
+  EXPECT_EQ(rig.streams.all, L"");
 }
 
-TEST(ResolveDiskIndex, UnreachableControllerCannotFindTheDisk) {
+TEST(ResolveDiskIndex, UnreachableControllerFindsNoDisk) {
   json state = sampleMachine();
   state["faults"] = json::array({{{"api", "CreateFileW"}, {"error", 5}}});
   Rig rig(state);
-  DiskInfo info;
-  EXPECT_EQ(rig.resolve(L"7", info), Failed);
-  EXPECT_EQ(rig.streams.err, L"Error: cannot find the disk #7\n");
+  EXPECT_EQ(rig.inventory.resolveDiskIndex(L"7").status, DiskLookup::NotFound);
 }
 
-TEST(ResolveDiskIndex, FailedInfoRequestCannotFindTheDisk) {
+TEST(ResolveDiskIndex, FailedInfoRequestFindsNoDisk) {
   json state = sampleMachine();
   state["faults"] = json::array({{{"api", "DeviceIoControl"}, {"code", "0x46024"}, {"error", 31}}});
   Rig rig(state);
-  DiskInfo info;
-  EXPECT_EQ(rig.resolve(L"9", info), Failed);
-  EXPECT_EQ(rig.streams.err, L"Error: cannot find the disk #9\n");
+  EXPECT_EQ(rig.inventory.resolveDiskIndex(L"9").status, DiskLookup::NotFound);
   EXPECT_EQ(rig.stat("opens", kController), 1);
   EXPECT_EQ(rig.stat("closes", kController), 1);
 }
 
 TEST(ResolveDiskIndex, FillsTheDiskRecord) {
   Rig rig(sampleMachine());
-  DiskInfo info;
-  ASSERT_EQ(rig.resolve(L"9", info), Success);
+  const DiskLookup lookup = rig.inventory.resolveDiskIndex(L"9");
+  ASSERT_EQ(lookup.status, DiskLookup::Found);
+  const DiskInfo& info = lookup.info;
   EXPECT_EQ(info.number, 9);
   EXPECT_TRUE(info.directIo);
   EXPECT_FALSE(info.good);
@@ -209,16 +139,6 @@ TEST(DisksInBitmap, WalksBytesUpAndBitsFromTheLeastSignificant) {
   EXPECT_TRUE(disksInBitmap({}).empty());
 }
 
-TEST(ExtentDiskNumbers, ReadsOneDiskNumberAnExtentWithinTheBuffer) {
-  std::vector<std::uint8_t> b(8 + 24 * 2, 0);
-  b[0] = 3;  // says three, holds two
-  b[8] = 5;
-  b[8 + 24] = 6;
-  b[8 + 24 + 1] = 1;
-  EXPECT_EQ(extentDiskNumbers(b.data(), b.size()), (std::vector<std::uint32_t>{5, 0x106}));
-  EXPECT_TRUE(extentDiskNumbers(b.data(), 4).empty());
-}
-
 TEST(DecimalToLong, ReadsLikeTheRuntimeWithA32BitLong) {
   EXPECT_EQ(decimalToLong(L"007"), 7);
   EXPECT_EQ(decimalToLong(L"7abc"), 7);
@@ -240,177 +160,6 @@ TEST(DecimalToLong, ReadsTheOtherDigitBlocksTheRuntimeKnows) {
   EXPECT_TRUE(isDecimalDigit(L'\x0E59'));
   EXPECT_FALSE(isDecimalDigit(L'\xFF1A'));         // full-width colon follows full-width 9
   EXPECT_FALSE(isDecimalDigit(L'\x00B2'));         // superscript two is no decimal digit
-}
-
-// --- drive letters ---
-
-TEST(DiskDriveLetters, DirectIoDiskHasTheLetterTheControllerOwns) {
-  Rig rig(sampleMachine());
-  const auto info = rig.inventory.queryDiskInfo(9);
-  ASSERT_TRUE(info);
-  EXPECT_EQ(rig.inventory.diskDriveLetters(9, *info), (std::vector<wchar_t>{L'S'}));
-  EXPECT_EQ(rig.stat("requests", "QueryDosNameTarget"), 1);
-  EXPECT_EQ(rig.stat("api", "GetLogicalDrives"), 0);  // no map for a Direct-IO disk
-}
-
-TEST(DiskDriveLetters, DirectIoDiskWhoseLetterAnotherDeviceTookHasNone) {
-  json state = sampleMachine();
-  state["controller"]["dosNameOwners"] = {{"S", 3}};
-  Rig rig(state);
-  const auto info = rig.inventory.queryDiskInfo(9);
-  ASSERT_TRUE(info);
-  EXPECT_TRUE(rig.inventory.diskDriveLetters(9, *info).empty());
-}
-
-TEST(DiskDriveLetters, DirectIoDiskWhoseLetterNobodyOwnsHasNone) {
-  json state = sampleMachine();
-  state["controller"]["dosNameOwners"] = {{"S", nullptr}};
-  Rig rig(state);
-  const auto info = rig.inventory.queryDiskInfo(9);
-  ASSERT_TRUE(info);
-  EXPECT_TRUE(rig.inventory.diskDriveLetters(9, *info).empty());
-}
-
-TEST(DiskDriveLetters, ScsiDiskHasTheLettersOfItsVolumesInAscendingOrder) {
-  Rig rig(sampleMachine());
-  const auto info = rig.inventory.queryDiskInfo(7);
-  ASSERT_TRUE(info);
-  EXPECT_EQ(rig.inventory.diskDriveLetters(7, *info), (std::vector<wchar_t>{L'E', L'G'}));
-}
-
-TEST(DiskDriveLetters, ScsiDiskWithoutVolumesHasNone) {
-  Rig rig(sampleMachine());
-  const auto info = rig.inventory.queryDiskInfo(12);
-  ASSERT_TRUE(info);
-  EXPECT_TRUE(rig.inventory.diskDriveLetters(12, *info).empty());
-}
-
-TEST(DiskDriveLetters, ScsiDiskWhoseVolumeIsOfflineHasNone) {
-  json state = sampleMachine();
-  for (auto& v : state["volumes"]) v["offline"] = true;
-  Rig rig(state);
-  const auto info = rig.inventory.queryDiskInfo(7);
-  ASSERT_TRUE(info);
-  EXPECT_TRUE(rig.inventory.diskDriveLetters(7, *info).empty());
-}
-
-TEST(DiskDriveLetters, FailedDeviceNumberGivesNone) {
-  json state = sampleMachine();
-  state["faults"] = json::array({{{"api", "DeviceIoControl"}, {"code", "0x46078"}, {"error", 31}}});
-  Rig rig(state);
-  const auto info = rig.inventory.queryDiskInfo(7);
-  ASSERT_TRUE(info);
-  EXPECT_TRUE(rig.inventory.diskDriveLetters(7, *info).empty());
-}
-
-TEST(DiskDriveLetters, LetterMapIsBuiltOnceAndShared) {
-  Rig rig(sampleMachine());
-  for (std::uint8_t n : {7, 12, 7}) {
-    const auto info = rig.inventory.queryDiskInfo(n);
-    ASSERT_TRUE(info);
-    rig.inventory.diskDriveLetters(n, *info);
-  }
-  EXPECT_EQ(rig.stat("api", "GetLogicalDrives"), 1);
-  EXPECT_EQ(rig.stat("api", "GetDriveTypeW"), 3);
-  EXPECT_EQ(rig.stat("requests", "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS"), 3);
-  EXPECT_EQ(rig.stat("requests", "QueryDeviceNumber"), 3);
-  // Every volume opened for its extents is closed again.
-  for (const char* drive : {"\\\\.\\C:", "\\\\.\\E:", "\\\\.\\G:"}) {
-    EXPECT_EQ(rig.stat("opens", drive), 1) << drive;
-    EXPECT_EQ(rig.stat("closes", drive), 1) << drive;
-  }
-  EXPECT_EQ(rig.sim.io.openHandles(), 0u);
-}
-
-TEST(BuildLetterMap, AsksTheDriveTypeOfTheDevicePathAndOpensTheDrive) {
-  Rig rig(sampleMachine());
-  const DiskInventory::LetterMap map = rig.inventory.buildLetterMap();
-  ASSERT_EQ(map.size(), 2u);
-  EXPECT_EQ(map.at(0), (std::vector<wchar_t>{L'C'}));
-  EXPECT_EQ(map.at(2), (std::vector<wchar_t>{L'E', L'G'}));
-}
-
-TEST(BuildLetterMap, SpannedVolumeIsInTheListsOfBothDisks) {
-  json state = sampleMachine();
-  state["volumes"][1]["extents"] = json::array({{{"disk", 2}}, {{"disk", 4}}});
-  Rig rig(state);
-  const DiskInventory::LetterMap map = rig.inventory.buildLetterMap();
-  EXPECT_EQ(map.at(2), (std::vector<wchar_t>{L'E', L'G'}));
-  EXPECT_EQ(map.at(4), (std::vector<wchar_t>{L'G'}));
-}
-
-TEST(BuildLetterMap, OnlyFixedAndRemovableDrivesCount) {
-  json state = sampleMachine();
-  state["drives"][1]["type"] = "cdrom";
-  state["drives"][2]["type"] = "remote";
-  Rig rig(state);
-  const DiskInventory::LetterMap map = rig.inventory.buildLetterMap();
-  EXPECT_EQ(map.count(2), 0u);
-  EXPECT_EQ(rig.stat("requests", "IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS"), 1);
-}
-
-// --- volume paths ---
-
-TEST(DiskVolumePaths, DirectIoDiskHasItsOwnDevicePath) {
-  Rig rig(sampleMachine());
-  EXPECT_EQ(rig.inventory.diskVolumePaths(9, true), (std::vector<std::wstring>{L"\\\\.\\VelmoRdDevPort0Target9"}));
-  EXPECT_EQ(rig.stat("api", "SetupDiGetClassDevsW"), 1);  // the discovery only
-}
-
-TEST(DiskVolumePaths, ScsiDiskHasItsVolumeInterfacesInEnumerationOrder) {
-  Rig rig(sampleMachine());
-  EXPECT_EQ(rig.inventory.diskVolumePaths(7, false),
-            (std::vector<std::wstring>{L"\\\\?\\STORAGE#Volume#{00000002}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}",
-                                       L"\\\\?\\STORAGE#Volume#{00000001}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}"}));
-  EXPECT_EQ(rig.sim.io.openHandles(), 0u);
-}
-
-TEST(DiskVolumePaths, ScsiDiskWithoutVolumesHasNone) {
-  Rig rig(sampleMachine());
-  EXPECT_TRUE(rig.inventory.diskVolumePaths(12, false).empty());
-}
-
-TEST(DiskVolumePaths, OfflineAbsentAndCdVolumesAreLeftOut) {
-  json state = sampleMachine();
-  state["volumes"][1]["offline"] = true;
-  state["volumes"][2]["present"] = false;
-  Rig rig(state);
-  EXPECT_TRUE(rig.inventory.diskVolumePaths(7, false).empty());
-
-  json cd = sampleMachine();
-  cd["volumes"][1]["type"] = "cdrom";
-  Rig cdRig(cd);
-  EXPECT_EQ(cdRig.inventory.diskVolumePaths(7, false),
-            (std::vector<std::wstring>{L"\\\\?\\STORAGE#Volume#{00000001}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}"}));
-}
-
-TEST(DiskVolumePaths, SpannedVolumeIsInTheListsOfBothDisks) {
-  json state = sampleMachine();
-  state["volumes"][2]["extents"] = json::array({{{"disk", 2}}, {{"disk", 4}}});
-  Rig rig(state);
-  const std::wstring spanned = L"\\\\?\\STORAGE#Volume#{00000001}#{53f5630d-b6bf-11d0-94f2-00a0c91efb8b}";
-  EXPECT_EQ(rig.inventory.diskVolumePaths(12, false), (std::vector<std::wstring>{spanned}));
-  EXPECT_EQ(rig.inventory.diskVolumePaths(7, false).back(), spanned);
-}
-
-TEST(DiskVolumePaths, FailedDeviceNumberOrDeviceSetGivesNone) {
-  json state = sampleMachine();
-  state["faults"] = json::array({{{"api", "DeviceIoControl"}, {"code", "0x46078"}, {"error", 31}}});
-  Rig rig(state);
-  EXPECT_TRUE(rig.inventory.diskVolumePaths(7, false).empty());
-
-  json noSet = sampleMachine();
-  noSet["faults"] = json::array({{{"api", "SetupDiGetClassDevsW"}, {"nth", 2}, {"error", 13}}});
-  Rig noSetRig(noSet);
-  EXPECT_TRUE(noSetRig.inventory.diskVolumePaths(7, false).empty());
-}
-
-TEST(DiskVolumePaths, VolumeMapIsBuiltAfreshForEachCall) {
-  Rig rig(sampleMachine());
-  rig.inventory.diskVolumePaths(7, false);
-  rig.machine.world.volumes[1].present = false;
-  EXPECT_EQ(rig.inventory.diskVolumePaths(7, false).size(), 1u);
-  EXPECT_EQ(rig.stat("api", "SetupDiGetClassDevsW"), 3);
 }
 
 }  // namespace

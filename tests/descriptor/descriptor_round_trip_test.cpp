@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/bytes.h"
-#include "commands/commands.h"
+#include "shell/dispatch.h"
 #include "descriptor/descriptor_tool.h"
 #include "settings/descriptor_file.h"
 #include "settings/settings_record.h"
@@ -87,11 +87,11 @@ std::optional<Bytes> addAndExport(std::vector<std::wstring> options, std::string
   // Each command starts with an option scanner of its own, as each run of
   // the program does.
   Args add(options);
-  if (addCommand(sim.app, L"vmdctl", add.argc(), add.argv()) != Success) return std::nullopt;
+  if (runCommand(sim.app, L"vmdctl", L"add", add.argc(), add.argv()) != Success) return std::nullopt;
   OptionScanner scanner(sim.io);
   App app{sim.platform.platform, sim.io, scanner, sim.controller};
   Args exportArgs({L"0", L"-f", fromUtf8(kDescriptor), L"-s"});
-  if (exportCommand(app, L"vmdctl", exportArgs.argc(), exportArgs.argv()) != Success) {
+  if (runCommand(app, L"vmdctl", L"export", exportArgs.argc(), exportArgs.argv()) != Success) {
     *failure = "export failed: " + toUtf8(sim.err());
     return std::nullopt;
   }

@@ -7,6 +7,7 @@
 
 #include "base/bytes.h"
 #include "base/text_codec.h"
+#include "settings/image_file.h"
 #include "settings/settings_record.h"
 
 namespace vmd {
@@ -55,42 +56,42 @@ Bytes makeRecord(const RecordSpec& spec) {
 constexpr std::uint32_t kModeIndicator = 1u << 21;
 constexpr std::uint32_t kBusy = 1u << 5;
 
-TEST(ReadImageRuntime, WithoutARuntimeSubRecordTheDiskIsIdleWithModeZero) {
+TEST(StatusForApplying, WithoutASubstanceSubRecordTheDiskHasNoFilePartAndIsNotSmartCapable) {
   RecordSpec s;
   s.withSubstance = false;
   s.path = L"D:\\disk.img";
-  const ImageRuntime r = readImageRuntime(makeRecord(s));
-  EXPECT_TRUE(r.idle);
-  EXPECT_FALSE(r.modeIndicator);
+  const ImageFileStatus r = ParseImageFileStatus(makeRecord(s));
+  EXPECT_TRUE(r.noFilePart);
+  EXPECT_FALSE(r.smartCapable);
   EXPECT_EQ(r.imagePath, L"D:\\disk.img");
 }
 
-TEST(ReadImageRuntime, ReadsActivityModeBusyAndThePathAfterItsPrefix) {
+TEST(StatusForApplying, ReadsTheShareTheSmartBitRealTimeSaveAndThePathAfterItsPrefix) {
   RecordSpec s;
   s.substanceFlags = kModeIndicator;
   s.activity = 1;
   s.path = L"E:\\x.img";
   s.imageFlags |= kBusy;
-  const ImageRuntime r = readImageRuntime(makeRecord(s));
-  EXPECT_FALSE(r.idle);
-  EXPECT_TRUE(r.modeIndicator);
-  EXPECT_TRUE(r.busy);
+  const ImageFileStatus r = ParseImageFileStatus(makeRecord(s));
+  EXPECT_FALSE(r.noFilePart);
+  EXPECT_TRUE(r.smartCapable);
+  EXPECT_TRUE(r.realTimeSave);
   EXPECT_EQ(r.imagePath, L"E:\\x.img");
 }
 
-TEST(ReadImageRuntime, NoImageSubRecordMeansAnEmptyPath) {
-  const ImageRuntime r = readImageRuntime(makeRecord({}));
+TEST(StatusForApplying, NoImageSubRecordMeansAnEmptyPath) {
+  const ImageFileStatus r = ParseImageFileStatus(makeRecord({}));
   EXPECT_EQ(r.imagePath, L"");
-  EXPECT_FALSE(r.busy);
+  EXPECT_FALSE(r.realTimeSave);
 }
 
-TEST(ReadImageRuntime, AnOffsetBeyondTheRecordReadsNothing) {
+TEST(StatusForApplying, AnOffsetBeyondTheRecordReadsNothing) {
   Bytes r = makeRecord({});
   put16(r, H::ImageOffset, 0xFFF0);
   put16(r, H::ImageLength, 100);
   put16(r, H::SubstanceOffset, 0xFFF0);
-  const ImageRuntime runtime = readImageRuntime(r);
-  EXPECT_TRUE(runtime.idle);
+  const ImageFileStatus runtime = ParseImageFileStatus(r);
+  EXPECT_TRUE(runtime.noFilePart);
   EXPECT_EQ(runtime.imagePath, L"");
 }
 
@@ -121,7 +122,7 @@ TEST(CanApplyImageNow, DecisionTable) {
               } else if (newKind == 4) {
                 next.path = L"D:\\other.img";
               }
-              const ImageRuntime runtime = readImageRuntime(makeRecord(status));
+              const ImageFileStatus runtime = ParseImageFileStatus(makeRecord(status));
               const bool idle = substance == 0 || active == 0;
               const bool modeIndicator = substance != 0 && indicator != 0;
               const bool busyBit = pathKind > 0 && busy != 0;

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "base/text_codec.h"
+
 namespace vmd {
 namespace {
 
@@ -28,6 +30,19 @@ TEST(Dispatch, CommandTableOrderAndHelpIds) {
   }
   EXPECT_EQ(n, 14);
   EXPECT_EQ(kCommandTable[12].handler, kCommandTable[13].handler);  // ? and help share one handler
+}
+
+TEST(Dispatch, SevenCommandsNameADiskAndAllButHelpNeedTheController) {
+  int disk = 0;
+  for (const CommandEntry* e = kCommandTable; e->name; ++e) {
+    if (e->needs == setup::Disk) ++disk;
+    const bool help = e->handler == &helpCommand;
+    EXPECT_EQ(e->needs == setup::None, help) << toUtf8(e->name);
+  }
+  EXPECT_EQ(disk, 7);
+  EXPECT_EQ(findCommand(L"DEL")->needs, setup::Disk);
+  EXPECT_EQ(findCommand(L"ls")->needs, setup::Session);
+  EXPECT_EQ(findCommand(L"-del"), nullptr);
 }
 
 }  // namespace

@@ -51,5 +51,29 @@ TEST(RunProgram, VerdictUsesTheTableSpelling) {
   EXPECT_EQ(sim.err(), L"vmdctl: Invalid use of command 'view'.\r\nFor more information, type: vmdctl ? view\n");
 }
 
+// The common start prints what the session check and the index found.
+TEST(RunProgram, DiskCommandWithoutControllerStopsAtTheSession) {
+  SimApp sim(sim::json::parse(R"({"controller": {"present": false}})"));
+  EXPECT_EQ(run(sim, {L"vmdctl", L"view", L"0"}), 3);
+  EXPECT_EQ(sim.err(), L"Error: Tarnby Ramdisk controller initialization failed!\n");
+}
+
+TEST(RunProgram, DiskCommandSaysWhatIsWrongWithItsIndex) {
+  const struct {
+    const wchar_t* index;
+    const wchar_t* error;
+  } cases[] = {
+      {L"x7", L"Error: please specify the disk index!\n"},
+      {L"128", L"Error: invalid disk index!\n"},
+      {L"005", L"Error: cannot find the disk #5\n"},  // no exclamation mark
+  };
+  for (const auto& c : cases) {
+    SimApp sim;
+    EXPECT_EQ(run(sim, {L"vmdctl", L"del", c.index}), 3);
+    EXPECT_EQ(sim.err(), c.error);
+    EXPECT_EQ(sim.out(), L"");
+  }
+}
+
 }  // namespace
 }  // namespace vmd
