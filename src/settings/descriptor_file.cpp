@@ -1,5 +1,7 @@
 #include "settings/descriptor_file.h"
 
+#include <algorithm>
+
 #include "base/bytes.h"
 #include "base/format.h"
 #include "settings/settings_record.h"
@@ -135,14 +137,15 @@ std::uint32_t InvertAndSum(std::uint8_t* data, std::size_t size) {
 
 Bytes BuildDescriptorBytes(Bytes& record, std::uint32_t magic, std::uint16_t variantCode, std::uint16_t driveLetter) {
   const std::uint32_t sum = InvertAndSum(record.data(), record.size());
-  Bytes file(descriptor::HeaderBytes, 0);
+  // One allocation for the header and the record.
+  Bytes file(descriptor::HeaderBytes + record.size(), 0);
   put32(file, descriptor::MagicField, magic);
   put32(file, descriptor::HeaderSizeField, descriptor::HeaderBytes);
   put32(file, descriptor::PayloadSizeField, record.size());
   put16(file, descriptor::VariantField, variantCode);
   put16(file, descriptor::LetterField, driveLetter);
   put32(file, descriptor::ChecksumField, sum);
-  file.insert(file.end(), record.begin(), record.end());
+  std::copy(record.begin(), record.end(), file.begin() + descriptor::HeaderBytes);
   return file;
 }
 
