@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "base/bytes.h"
+#include "settings/disk_settings.h"
 
 namespace vmd {
 namespace {
@@ -19,37 +22,37 @@ ImageFormatChoice sent(const std::wstring& w, bool smartCapable = false) {
 }
 
 TEST(ImageFormatWord, SmartInAnyCase) {
-  EXPECT_EQ(word(L"smart").format, 1u);
-  EXPECT_EQ(word(L"SMART").format, 1u);
+  EXPECT_EQ(word(L"smart").format, imageformat::Smart);
+  EXPECT_EQ(word(L"SMART").format, imageformat::Smart);
   EXPECT_EQ(word(L"Smart").level, 1);
 }
 
 TEST(ImageFormatWord, ComprWithAndWithoutLevel) {
-  EXPECT_EQ(word(L"compr").format, 2u);
+  EXPECT_EQ(word(L"compr").format, imageformat::Compr);
   EXPECT_EQ(word(L"compr").level, 0);
   EXPECT_EQ(word(L"compr?5").level, 5);
-  EXPECT_EQ(word(L"Compr?5").format, 2u);
+  EXPECT_EQ(word(L"Compr?5").format, imageformat::Compr);
   EXPECT_EQ(word(L"COMPR?12").level, 12);
   EXPECT_EQ(word(L"compr?x").level, 0);
 }
 
 TEST(ImageFormatWord, AnyOtherSixthCharacterIsPlain) {
-  EXPECT_EQ(word(L"compressed").format, 0u);
-  EXPECT_EQ(word(L"compr5").format, 0u);
+  EXPECT_EQ(word(L"compressed").format, imageformat::Plain);
+  EXPECT_EQ(word(L"compr5").format, imageformat::Plain);
 }
 
 TEST(ImageFormatWord, UnknownWordsArePlainSilently) {
-  EXPECT_EQ(word(L"plain").format, 0u);
-  EXPECT_EQ(word(L"zip").format, 0u);
-  EXPECT_EQ(word(L"").format, 0u);
-  EXPECT_EQ(word(L"smartx").format, 0u);
+  EXPECT_EQ(word(L"plain").format, imageformat::Plain);
+  EXPECT_EQ(word(L"zip").format, imageformat::Plain);
+  EXPECT_EQ(word(std::wstring()).format, imageformat::Plain);
+  EXPECT_EQ(word(L"smartx").format, imageformat::Plain);
 }
 
 TEST(ImageFormatWord, TheLastWordWins) {
   ImageFormatChoice c;
   ApplyImageFormatWord(c, L"compr?7");
   ApplyImageFormatWord(c, L"plain");
-  EXPECT_EQ(c.format, 0u);
+  EXPECT_EQ(c.format, imageformat::Plain);
   EXPECT_EQ(c.level, 7);
 }
 
@@ -66,14 +69,14 @@ TEST(FormatRule, LevelBelowOneIsOne) {
 }
 
 TEST(FormatRule, WithoutSmartCapabilitySmartIsPlainButComprStays) {
-  EXPECT_EQ(sent(L"smart", false).format, 0u);
-  EXPECT_EQ(sent(L"compr", false).format, 2u);
+  EXPECT_EQ(sent(L"smart", false).format, imageformat::Plain);
+  EXPECT_EQ(sent(L"compr", false).format, imageformat::Compr);
 }
 
 TEST(FormatRule, WithSmartCapabilityComprIsSmart) {
-  EXPECT_EQ(sent(L"compr?4", true).format, 1u);
-  EXPECT_EQ(sent(L"smart", true).format, 1u);
-  EXPECT_EQ(sent(L"plain", true).format, 0u);
+  EXPECT_EQ(sent(L"compr?4", true).format, imageformat::Smart);
+  EXPECT_EQ(sent(L"smart", true).format, imageformat::Smart);
+  EXPECT_EQ(sent(L"plain", true).format, imageformat::Plain);
 }
 
 TEST(SaveImageRecord, WithoutATargetIs40Bytes) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "support/fakes.h"
 
 namespace vmd {
@@ -12,7 +14,7 @@ struct OutputTest : ::testing::Test {
   test::MapCatalog catalog{{{0x10, L"two breaks\r\n\r\n"},
                             {0x11, L"none"},
                             {0x12, L"%1 and %2\r\n"},
-                            {0x13, L""},
+                            {0x13, std::wstring()},  // an empty text
                             {0x14, L"\r\n"},
                             {0x15, L"inner\r\nline\n\r"}},
                            {{242, L"Error: file '%s' is invalid!\n"}}};

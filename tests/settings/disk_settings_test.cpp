@@ -27,7 +27,7 @@ TEST(DiskSettings, DefaultsAreThoseOfANewDisk) {
   EXPECT_TRUE(s.imageFile.empty());
   EXPECT_EQ(s.loadOnly, 0u);
   EXPECT_EQ(s.imageFlags, 0u);
-  EXPECT_EQ(s.imageFormat, 0u);
+  EXPECT_EQ(s.imageFormat, imageformat::Plain);
   EXPECT_EQ(s.compressionLevel, 1u);
   EXPECT_EQ(s.timingSaveMinutes, 0u);
 }

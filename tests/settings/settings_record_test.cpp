@@ -8,6 +8,7 @@
 #include "base/bytes.h"
 #include "controller/codes.h"
 #include "controller/controller.h"
+#include "settings/disk_settings.h"
 #include "platform/host.h"
 #include "sim/record_layout.h"
 #include "sim/sim_platform.h"
@@ -90,7 +91,7 @@ TEST(DiskSettingsFromRecord, AbsentImageSectionGivesNoImageAndFormatDefaults) {
   EXPECT_EQ(s.imageFile, L"");
   EXPECT_EQ(s.loadOnly, 0u);
   EXPECT_EQ(s.imageFlags, 0u);
-  EXPECT_EQ(s.imageFormat, 0u);
+  EXPECT_EQ(s.imageFormat, imageformat::Plain);
   EXPECT_EQ(s.compressionLevel, 1u);
   EXPECT_EQ(s.timingSaveMinutes, 0u);
 }
@@ -105,7 +106,7 @@ TEST(DiskSettingsFromRecord, ImageWithoutSaveBitsIsLoadOnlyWhateverTheFormatByte
   EXPECT_EQ(s.imageFile, L"C:\\a.img");
   EXPECT_EQ(s.imageFlags, 0x00810001u);
   EXPECT_EQ(s.loadOnly, 1u);
-  EXPECT_EQ(s.imageFormat, 0u);
+  EXPECT_EQ(s.imageFormat, imageformat::Plain);
   EXPECT_EQ(s.compressionLevel, 1u);
   EXPECT_EQ(s.timingSaveMinutes, 0u);
 }
@@ -114,7 +115,7 @@ TEST(DiskSettingsFromRecord, EachSaveSetBitMakesTheImageSaved) {
   for (std::uint32_t bit : {0x10u, 0x20u, 0x1000u, 0x4000u}) {
     const DiskSettings s = fromRecord(record({{"imageFile", "C:\\a.img"}, {"imageFlags", bit}, {"imageFormat", 1}}));
     EXPECT_EQ(s.loadOnly, 0u) << bit;
-    EXPECT_EQ(s.imageFormat, 1u) << bit;
+    EXPECT_EQ(s.imageFormat, imageformat::Smart) << bit;
   }
 }
 
