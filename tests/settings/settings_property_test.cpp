@@ -29,6 +29,15 @@ using test::Generator;
 using test::optionMachine;
 using test::SimApp;
 
+// The options as `add` parses them, on the machine of `sim`.
+DiskSettings parsed(SimApp& sim, const std::vector<std::wstring>& options) {
+  Args args(options);
+  DiskSettings s;
+  std::uint32_t silent = 0;
+  ParseDiskOptions(sim.app, args.argc(), args.argv(), s, silent);
+  return s;
+}
+
 TEST(SettingsProperty, CreationRecordGivesBackTheValidatedSettings) {
   Generator gen(20240611u);
   constexpr int kCases = 3000;
@@ -38,10 +47,7 @@ TEST(SettingsProperty, CreationRecordGivesBackTheValidatedSettings) {
     SCOPED_TRACE("case " + std::to_string(n) + ":" + describe(options));
 
     SimApp sim(optionMachine());
-    Args args(options);
-    DiskSettings s;
-    std::uint32_t silent = 0;
-    ParseDiskOptions(sim.app, args.argc(), args.argv(), s, silent);
+    DiskSettings s = parsed(sim, options);
     const std::int32_t asked = static_cast<std::int32_t>(s.sizeMb);
     sim.machine.edit([&](json& state) { addImages(state, asked < 1 ? 128 : asked > 1048576 ? 1048576 : s.sizeMb); });
     if (!ValidateDiskSettings(sim.app, s, 1, 0)) continue;
@@ -116,10 +122,7 @@ TEST(SettingsProperty, EveryStoppedCaseSaysWhyOnce) {
     const std::vector<std::wstring> options = gen.options();
     SCOPED_TRACE("case " + std::to_string(n) + ":" + describe(options));
     SimApp sim(optionMachine());
-    Args args(options);
-    DiskSettings s;
-    std::uint32_t silent = 0;
-    ParseDiskOptions(sim.app, args.argc(), args.argv(), s, silent);
+    DiskSettings s = parsed(sim, options);
     sim.streams.clear();
     const int ok = ValidateDiskSettings(sim.app, s, 1, 0);
     // Every error line is the last line printed, and there is exactly one.
