@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <new>
+#include <vector>
 
 #include "platform/win32/win32.h"
 #include "platform/win32/win32_platform.h"
@@ -38,25 +39,30 @@ GUID toGuid(const InterfaceClass& c) {
 // A detail buffer sized in bytes, aligned for the record's DWORD head.
 class DetailBuffer {
  public:
+  // False when the memory is not there; the buffer is then empty.
   bool allocate(DWORD bytes) {
-    delete[] words_;
-    words_ = new (std::nothrow) DWORD[(bytes + sizeof(DWORD) - 1) / sizeof(DWORD)];
-    size_ = words_ ? bytes : 0;
-    return words_ != nullptr;
+    try {
+      words_.assign((bytes + sizeof(DWORD) - 1) / sizeof(DWORD), 0);
+    } catch (const std::bad_alloc&) {
+      words_.clear();
+      size_ = 0;
+      return false;
+    }
+    size_ = bytes;
+    return true;
   }
-  ~DetailBuffer() { delete[] words_; }
   auto* record() {
-    auto* r = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(words_);
+    auto* r = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(words_.data());
     r->cbSize = kDetailHeadSize;
     return r;
   }
   DWORD size() const { return size_; }
   std::wstring path() const {
-    return readUtf16z(reinterpret_cast<const std::uint8_t*>(words_), size_, kDetailPathOffset);
+    return readUtf16z(reinterpret_cast<const std::uint8_t*>(words_.data()), size_, kDetailPathOffset);
   }
 
  private:
-  DWORD* words_ = nullptr;
+  std::vector<DWORD> words_;
   DWORD size_ = 0;
 };
 
