@@ -17,8 +17,9 @@ std::size_t utf16Length(std::wstring_view text);
 // Appends `text` as UTF-16LE, without a terminator.
 void appendUtf16(std::vector<std::uint8_t>& out, std::wstring_view text);
 
-// Writes `text` as UTF-16LE at `offset` (which must have room) followed by a
-// zero code unit; returns the bytes written (terminator included).
+// Writes `text` as UTF-16LE followed by a zero code unit into out[0, room);
+// code units past `room` are left out. Returns the bytes the text and its
+// terminator take, so a result above `room` says they did not fit.
 std::size_t putUtf16z(std::uint8_t* out, std::size_t room, std::wstring_view text);
 
 // Reads a zero-terminated UTF-16LE string from data[offset, limit); reading
