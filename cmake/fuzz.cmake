@@ -11,20 +11,24 @@ set(VMDCTL_FUZZ_SECONDS 10 CACHE STRING "Time limit of each fuzz test run by cte
 set(VMDCTL_FUZZ_RUNS 200000 CACHE STRING "Input limit of each fuzz test run by ctest")
 set(FUZZ_SANITIZERS address,undefined)
 
-# A build whose every file is compiled with that instrumentation already
-# (tools/test.sh's sanitized build) gives the targets its own libraries
-# instead of compiling the code a second time.
+# The program's code and the simulated machine, built with that
+# instrumentation for the targets. A build whose every file is compiled so
+# already (tools/test.sh's sanitized build) gives the targets its own
+# libraries instead of compiling the code a second time.
 if(CMAKE_CXX_FLAGS MATCHES "fuzzer-no-link")
-  set(VMD_FUZZ_INSTRUMENTED_BUILD ON)
   add_library(vmdctl_core_fuzz INTERFACE)
   target_link_libraries(vmdctl_core_fuzz INTERFACE vmdctl_core)
+  add_library(vmdctl_simlib_fuzz INTERFACE)
+  target_link_libraries(vmdctl_simlib_fuzz INTERFACE vmdctl_simlib)
 else()
-  set(VMD_FUZZ_INSTRUMENTED_BUILD OFF)
   add_library(vmdctl_core_fuzz STATIC ${CORE_SOURCES} ${PLATFORM_PORTABLE})
   target_include_directories(vmdctl_core_fuzz PUBLIC ${CMAKE_SOURCE_DIR}/src)
   target_compile_options(vmdctl_core_fuzz PUBLIC -g -O1 -fno-omit-frame-pointer
                          -fsanitize=fuzzer-no-link,${FUZZ_SANITIZERS} -fno-sanitize-recover=all)
   target_link_options(vmdctl_core_fuzz PUBLIC -fsanitize=${FUZZ_SANITIZERS})
+  add_library(vmdctl_simlib_fuzz STATIC ${SIM_SOURCES})
+  target_include_directories(vmdctl_simlib_fuzz PUBLIC ${CMAKE_SOURCE_DIR} ${JSON_INCLUDE})
+  target_link_libraries(vmdctl_simlib_fuzz PUBLIC vmdctl_core_fuzz)
 endif()
 
 enable_testing()
@@ -55,16 +59,6 @@ endfunction()
 
 vmd_add_fuzz_target(settings_record ${CMAKE_SOURCE_DIR}/tests/fuzz/settings_record_fuzz.cpp)
 vmd_add_fuzz_target(descriptor ${CMAKE_SOURCE_DIR}/tests/fuzz/descriptor_fuzz.cpp)
-# The simulated machine, built once with the same instrumentation for the
-# targets that run on it.
-if(VMD_FUZZ_INSTRUMENTED_BUILD)
-  add_library(vmdctl_simlib_fuzz INTERFACE)
-  target_link_libraries(vmdctl_simlib_fuzz INTERFACE vmdctl_simlib)
-else()
-  add_library(vmdctl_simlib_fuzz STATIC ${SIM_SOURCES})
-  target_include_directories(vmdctl_simlib_fuzz PUBLIC ${CMAKE_SOURCE_DIR} ${JSON_INCLUDE})
-  target_link_libraries(vmdctl_simlib_fuzz PUBLIC vmdctl_core_fuzz)
-endif()
 # Options and validation on a simulated machine.
 vmd_add_fuzz_target(disk_options ${CMAKE_SOURCE_DIR}/tests/fuzz/disk_options_fuzz.cpp)
 target_link_libraries(fuzz_disk_options PRIVATE vmdctl_simlib_fuzz)
