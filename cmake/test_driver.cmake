@@ -19,7 +19,7 @@ endif()
 set(VMD_DRIVER_SYS ${CMAKE_BINARY_DIR}/vmdtestctl.sys)
 add_custom_command(
   OUTPUT ${VMD_DRIVER_SYS}
-  COMMAND ${VMD_MINGW_PREFIX}-gcc -std=gnu11 -O2 -Wall -Wno-unused-parameter -ffreestanding -fno-stack-protector
+  COMMAND ${VMD_MINGW_PREFIX}-gcc -std=gnu11 -O2 ${VMD_WARNINGS} -ffreestanding -fno-stack-protector
           -mno-stack-arg-probe -shared -nostdlib -nostartfiles -Wl,--subsystem,native -Wl,--entry,DriverEntry
           -Wl,--image-base,0x140000000 -I ${VMD_DRIVER_DIR} -I /usr/${VMD_MINGW_PREFIX}/include/ddk
           -o ${VMD_DRIVER_SYS} ${VMD_DRIVER_DIR}/controller_driver.c $<TARGET_LINKER_FILE:vmdmodel> -lntoskrnl
@@ -30,7 +30,7 @@ add_custom_target(vmdtestctl ALL DEPENDS ${VMD_DRIVER_SYS})
 # Drive letters on Unix folders for the scenarios, through Wine's mount manager.
 add_custom_command(
   OUTPUT ${CMAKE_BINARY_DIR}/define_drive.exe
-  COMMAND ${VMD_MINGW_PREFIX}-gcc -O2 -Wall -o ${CMAKE_BINARY_DIR}/define_drive.exe ${VMD_DRIVER_DIR}/define_drive.c
+  COMMAND ${VMD_MINGW_PREFIX}-gcc -O2 ${VMD_WARNINGS} -o ${CMAKE_BINARY_DIR}/define_drive.exe ${VMD_DRIVER_DIR}/define_drive.c
   DEPENDS ${VMD_DRIVER_DIR}/define_drive.c ${VMD_DRIVER_DIR}/unix_drive.h
   COMMENT "Building define_drive.exe")
 add_custom_target(vmdtestctl_tools ALL DEPENDS ${CMAKE_BINARY_DIR}/define_drive.exe)
