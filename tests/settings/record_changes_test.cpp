@@ -175,13 +175,13 @@ TEST(LabelDiffers, ComparesPresenceLengthAndBytes) {
   EXPECT_TRUE(labelDiffers(withLabel(L"RAMDISK"), withLabel(L"ramdisk")));
   EXPECT_TRUE(labelDiffers(withLabel(L"RAMDISK"), withLabel(L"DATA")));
   EXPECT_TRUE(labelDiffers(withLabel(L"RAMDISK"), withLabel(std::nullopt)));
-  EXPECT_TRUE(labelDiffers(withLabel(L""), withLabel(L"A")));
+  EXPECT_TRUE(labelDiffers(withLabel(std::wstring()), withLabel(L"A")));
   EXPECT_FALSE(labelDiffers(withLabel(std::nullopt), withLabel(std::nullopt)));
 }
 
 TEST(RecordLabel, TheLabelOrNothing) {
   EXPECT_EQ(recordLabel(withLabel(L"DATA")), std::optional<std::wstring>(L"DATA"));
-  EXPECT_EQ(recordLabel(withLabel(L"")), std::nullopt);
+  EXPECT_EQ(recordLabel(withLabel(std::wstring())), std::nullopt);
   EXPECT_EQ(recordLabel(withLabel(std::nullopt)), std::nullopt);
 }
 

@@ -180,10 +180,12 @@ TEST(ValidateDiskSettings, FatKeepsOnlyTheTempFolderAndNoPermissions) {
 
 TEST(ValidateDiskSettings, LabelIsCutTo32) {
   DiskSettings s = plainDisk();
-  s.volumeLabel = std::wstring(40, L'L');
-  EXPECT_EQ(validate(s).s.volumeLabel, std::wstring(32, L'L'));
-  s.volumeLabel = std::wstring(32, L'M');
-  EXPECT_EQ(validate(s).s.volumeLabel, std::wstring(32, L'M'));
+  const std::wstring longest(32, L'L');
+  s.volumeLabel = longest + L"LLLLLLLL";
+  EXPECT_EQ(validate(s).s.volumeLabel, longest);
+  const std::wstring exact(32, L'M');
+  s.volumeLabel = exact;
+  EXPECT_EQ(validate(s).s.volumeLabel, exact);
 }
 
 TEST(ValidateDiskSettings, ExtraMaskIsRecomputed) {
