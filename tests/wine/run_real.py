@@ -30,6 +30,7 @@ arranged, so nothing of the prefix's own is changed.
 simulator sees, so a scenario of this tier does not give them.
 """
 import argparse
+import contextlib
 import json
 import os
 import shutil
@@ -174,6 +175,22 @@ class Registry:
             self.created = []
 
 
+@contextlib.contextmanager
+def arranged(wine_prefix, define_drive, env, registry_folder):
+    """The drives and registry keys of one run, as (Prefix, Registry): taken
+    away after it however it ends, the keys first and the drives even when
+    that fails."""
+    prefix = Prefix(wine_prefix, define_drive, env)
+    registry = Registry(env, registry_folder)
+    try:
+        yield prefix, registry
+    finally:
+        try:
+            registry.clear()
+        finally:
+            prefix.clear()
+
+
 def without_program_counts(expected):
     if isinstance(expected, dict):
         return {k: v for k, v in expected.items() if k not in PROGRAM_ONLY}
@@ -205,13 +222,12 @@ def main():
     timeout = float(head.get("timeout", "30"))
     env = dict(os.environ, WINEPREFIX=a.prefix, WINEDEBUG="-all")
     exe = os.path.join(a.build, "vmdctl.exe")
-    prefix = Prefix(a.prefix, os.path.join(a.build, "define_drive.exe"), env)
-    registry = Registry(env, os.path.dirname(os.path.abspath(a.state)))
     error_file = a.state + ".error"
     many = len(runs) > 1
     expected_files = []
     retried = []  # the runs that passed on their second try
-    try:
+    drive_maker = os.path.join(a.build, "define_drive.exe")
+    with arranged(a.prefix, drive_maker, env, os.path.dirname(os.path.abspath(a.state))) as (prefix, registry):
         for word, rest in directives(a.case):
             if word == "drive":
                 prefix.drive(rest)
@@ -257,11 +273,6 @@ def main():
             if m:
                 print(f"FAIL {a.case}\n{m}")
                 return 1
-    finally:
-        try:
-            registry.clear()
-        finally:
-            prefix.clear()
     print(f"ok {a.case}")
     if retried:
         scenario.note_passed_on_retry(a.case, "vmdctl.exe with the test driver under Wine", retried)

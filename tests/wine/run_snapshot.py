@@ -41,7 +41,6 @@ import os
 import re
 import shlex
 import shutil
-import subprocess
 import sys
 import tempfile
 
@@ -420,39 +419,35 @@ def main():
         case = json.load(f)
     work = tempfile.mkdtemp(prefix="vmd-snapshot-")
     sides = Sides(a, work)
-    prefix = run_real.Prefix(a.prefix, os.path.join(a.build, "define_drive.exe"), sides.env)
-    registry = run_real.Registry(sides.env, work)
     name = os.path.basename(a.case)
+    drive_maker = os.path.join(a.build, "define_drive.exe")
     try:
-        for letter in case.get("drives", []):
-            prefix.drive(letter)
-        machine = case.get("machine", {})
-        if a.state:
-            registry.arrange(machine.get("registry", {}))
-            with open(a.state, "w", encoding="utf-8") as f:
-                json.dump(machine, f, ensure_ascii=False)
-            if os.path.exists(a.state + ".error"):
-                os.unlink(a.state + ".error")
-        elif machine or case.get("try"):
-            raise Failure("a case without the driver has no machine to arrange and nothing to try")
-        doc = read_only_capture(sides, a, "copy.json")
-        copy_path = os.path.join(work, "copy.json")
-        if case.get("holds"):
-            holds_texts(sides, doc, case["holds"])
-        compared = read_commands(sides, doc, copy_path)
-        tried = try_commands(sides, a, case, prefix, copy_path) if a.state else 0
-        if a.state and os.path.exists(a.state + ".error"):
-            with open(a.state + ".error") as f:
-                raise Failure("the driver's model could not use the state: " + f.read())
+        with run_real.arranged(a.prefix, drive_maker, sides.env, work) as (prefix, registry):
+            for letter in case.get("drives", []):
+                prefix.drive(letter)
+            machine = case.get("machine", {})
+            if a.state:
+                registry.arrange(machine.get("registry", {}))
+                with open(a.state, "w", encoding="utf-8") as f:
+                    json.dump(machine, f, ensure_ascii=False)
+                if os.path.exists(a.state + ".error"):
+                    os.unlink(a.state + ".error")
+            elif machine or case.get("try"):
+                raise Failure("a case without the driver has no machine to arrange and nothing to try")
+            doc = read_only_capture(sides, a, "copy.json")
+            copy_path = os.path.join(work, "copy.json")
+            if case.get("holds"):
+                holds_texts(sides, doc, case["holds"])
+            compared = read_commands(sides, doc, copy_path)
+            tried = try_commands(sides, a, case, prefix, copy_path) if a.state else 0
+            if a.state and os.path.exists(a.state + ".error"):
+                with open(a.state + ".error") as f:
+                    raise Failure("the driver's model could not use the state: " + f.read())
     except Failure as e:
         print(f"FAIL {name}\n{e}")
         return 1
     finally:
-        try:
-            registry.clear()
-        finally:
-            prefix.clear()
-            shutil.rmtree(work, ignore_errors=True)
+        shutil.rmtree(work, ignore_errors=True)
     print(f"ok {name}: captured, {compared} commands alike on the copy, {tried} tried on both")
     if sides.retried:
         scenario.note_passed_on_retry(a.case, "vmdsnap.exe and vmdctl.exe under Wine", sides.retried)
