@@ -84,14 +84,61 @@ class ControllerModel {
   ControllerState& state() { return c_; }
 
  private:
-  using In = const std::uint8_t*;
-  using Out = std::uint8_t*;
-  Reply version(Out out, std::uint32_t outSize);
-  Reply diskRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
-  Reply lifecycleRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
-  Reply imRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
-  Reply recordRequest(std::uint32_t code, In in, std::uint32_t inSize, Out out, std::uint32_t outSize);
+  // One request as its handler sees it, its input already of its row's shape.
+  struct Request {
+    const std::uint8_t* in;
+    std::uint32_t inSize;
+    std::uint8_t* out;
+    std::uint32_t outSize;
+    std::uint32_t target = 0;  // the disk the input's address names, for shapes with one
+  };
+  enum class Shape {
+    None,       // no input read
+    Record,     // a whole settings record, well formed
+    Head,       // the 12-byte disk address
+    Pair,       // 16 bytes: {16, 16}, the address, two 16-bit values
+    Wrapped,    // {16, total, address, length} and a sub-record of `fixed` bytes at least
+    SelfSized,  // `fixed` bytes beginning with their own size
+    DosText,    // a NUL-terminated UTF-16 string
+    DosName,    // "\??\X:" and its NUL, 14 bytes
+  };
+  struct Row {
+    std::uint32_t code;
+    Reply (ControllerModel::*run)(const Request&);
+    Shape shape;
+    std::uint32_t fixed;
+    bool im;  // the Invisible Memory manager's: refused when it is not there
+  };
+  static const Row kRows[];
+
+  Reply dispatch(std::uint32_t code, const Request& raw);
+  static bool shaped(const Row& row, Request& q);
+
+  Reply version(const Request& q);
+  Reply diskBitmap(const Request& q);
+  Reply diskInfo(const Request& q);
+  Reply deviceNumber(const Request& q);
+  Reply dosNameTarget(const Request& q);
+  Reply dosDeviceOwner(const Request& q);
+  Reply diskPresent(const Request& q);
+  Reply createDisk(const Request& q);
+  Reply removeDisk(const Request& q);
+  Reply changeLetter(const Request& q);
+  Reply changeSettings(const Request& q);
+  Reply applyImageSettings(const Request& q);
+  Reply reinitialize(const Request& q);
+  Reply saveImage(const Request& q);
+  Reply imStatus(const Request& q);
+  Reply imOptions(const Request& q);
+  Reply enableIm(const Request& q);
+  Reply disableIm(const Request& q);
+  Reply settingsRecord(const Request& q);
+  Reply statusRecord(const Request& q);
+  Reply record(const Request& q, bool withHead);
+
   void arrive(SimDisk& disk);
+  void leave(std::size_t at);
+  std::uint32_t newDiskNumber(std::uint8_t index) const;
   std::uint64_t dueAfter(std::optional<std::int64_t> own, std::int64_t general);
 
   ControllerState& c_;

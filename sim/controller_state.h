@@ -65,6 +65,14 @@ struct SimDisk {
   std::uint64_t dueMs = 0;  // when the pending phase ends; kNeverDue: never
 
   std::uint32_t diskNumber() const { return systemDiskNumber.value_or(1u + index); }
+
+  // The rules of its phases. Until it has arrived, the system has neither its
+  // device nor its volume; only a disk settled in place takes work on its volume.
+  bool deviceVisible() const { return phase != DiskPhase::Arriving; }
+  bool settled() const { return phase == DiskPhase::Present; }
+  bool leaving() const { return phase == DiskPhase::Leaving; }
+  // A pending arrival or departure falls due by `nowMs`.
+  bool dueBy(std::uint64_t nowMs) const { return !settled() && dueMs != kNeverDue && dueMs <= nowMs; }
 };
 
 struct ControllerTiming {

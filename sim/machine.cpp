@@ -135,4 +135,21 @@ void Machine::restart() {
   model_->restart();
 }
 
+std::vector<std::uint8_t> Machine::bringDiskVolumes(bool noneUnlessDescribed) {
+  std::vector<std::uint8_t> brought;
+  for (const SimDisk& d : world.controller.disks) {
+    if (!d.deviceVisible()) continue;
+    bool described = false;
+    for (const Volume& v : world.volumes) described = described || (v.disk && *v.disk == d.index);
+    const auto src = diskSource_.find(d.index);
+    const bool none = noneUnlessDescribed || (src != diskSource_.end() && src->second.contains("volume") &&
+                                              src->second["volume"].is_boolean() && !src->second["volume"].get<bool>());
+    if (!described && !none) {
+      host_->diskArrived(diskFacts(d));
+      brought.push_back(d.index);
+    }
+  }
+  return brought;
+}
+
 }  // namespace vmd::sim

@@ -11,9 +11,11 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "base/bytes.h"
 #include "sim/controller_model.h"
 #include "sim/fault_layer.h"
 #include "sim/world.h"
@@ -99,6 +101,10 @@ class Machine : public CallLog {
   void tick() { model_->advance(); }
   // The machine starts again (docs/simulator.md, "Restart").
   void restart();
+  // Present disks without a volume get the one their arrival brings, unless
+  // their description says they have none (`volume: false`, or any disk when
+  // `noneUnlessDescribed`). Returns the disks given one, in order.
+  std::vector<std::uint8_t> bringDiskVolumes(bool noneUnlessDescribed);
 
   ControllerModel& controller() { return *model_; }
   SimHost& host() { return *host_; }
@@ -118,17 +124,5 @@ class Machine : public CallLog {
 
 std::uint64_t parseNumber64(const json& v);  // a number, or a string in decimal or 0x hex
 inline std::uint32_t parseNumber(const json& v) { return static_cast<std::uint32_t>(parseNumber64(v)); }
-
-// Little-endian fields of the byte records the controller exchanges.
-inline std::uint32_t le32(const std::uint8_t* p) {
-  return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
-         (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
-inline void putLe32(std::uint8_t* p, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-inline void putLe64(std::uint8_t* p, std::uint64_t v) {
-  for (int i = 0; i < 8; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
 
 }  // namespace vmd::sim

@@ -106,9 +106,8 @@ int simMain(std::vector<std::wstring> args) {
     return 64;
   };
 
-  machine.stats = vmd::sim::json::object();
-  if (restart) machine.restart();
-  if (restart && first == args.size()) {
+  // The run ends with its trace and its state written; failing either shows in the exit code.
+  auto finish = [&](int rc) {
     const bool traced = endTrace();
     try {
       machine.save(statePath);
@@ -116,8 +115,12 @@ int simMain(std::vector<std::wstring> args) {
       std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
       return 65;
     }
-    return traced ? 0 : traceFailed();
-  }
+    return traced ? rc : traceFailed();
+  };
+
+  machine.stats = vmd::sim::json::object();
+  if (restart) machine.restart();
+  if (restart && first == args.size()) return finish(0);
 
   std::vector<std::wstring> programArgs{argv0};
   programArgs.insert(programArgs.end(), args.begin() + static_cast<std::ptrdiff_t>(first), args.end());
@@ -134,14 +137,7 @@ int simMain(std::vector<std::wstring> args) {
     std::fflush(stdout);
     if (sim.io.openHandles() != 0) machine.stats["leakedHandles"] = sim.io.openHandles();
   }
-  const bool traced = endTrace();
-  try {
-    machine.save(statePath);
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "vmdctl-sim: %s\n", e.what());
-    return 65;
-  }
-  return traced ? rc : traceFailed();
+  return finish(rc);
 }
 
 }  // namespace

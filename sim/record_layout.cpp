@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "base/text_codec.h"
+#include "sim/record_view.h"
 #include "sim/sim_services.h"
 #include "sim/state_file.h"
 
@@ -17,12 +18,7 @@ constexpr std::size_t kSubstanceFixed = 56, kFormatFixed = 44, kImageFixed = 40;
 constexpr std::uint32_t kSaveSet = 0x5030;
 const std::string kPrefix = "\\DosDevices\\";
 
-std::uint64_t rd(const RecordBytes& b, std::size_t at, int width) {
-  if (at > b.size() || b.size() - at < static_cast<std::size_t>(width)) return 0;
-  std::uint64_t v = 0;
-  for (int i = width - 1; i >= 0; --i) v = (v << 8) | b[at + static_cast<std::size_t>(i)];
-  return v;
-}
+std::uint64_t rd(const RecordBytes& b, std::size_t at, int width) { return ByteView(b).field(at, width); }
 
 void wr(RecordBytes& b, std::size_t at, int width, std::uint64_t v) {
   for (int i = 0; i < width; ++i) b.at(at + static_cast<std::size_t>(i)) = static_cast<std::uint8_t>(v >> (8 * i));

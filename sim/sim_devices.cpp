@@ -13,7 +13,6 @@ namespace vmd::sim {
 namespace {
 
 constexpr std::uint32_t kNotLocked = 158;
-constexpr std::uint64_t kPartitionOffset = 32256;
 
 bool sameClass(const InterfaceClass& a, const InterfaceClass& b) {
   if (a.data1 != b.data1 || a.data2 != b.data2 || a.data3 != b.data3) return false;
@@ -80,7 +79,7 @@ SysResult<DeviceIo::Handle> SimDeviceIo::open(const std::wstring& wpath, std::ui
     const SimDisk* d = nullptr;
     if (!number.empty() && number.size() <= 3 && number.find_first_not_of("0123456789") == std::string::npos)
       d = c.findDisk(static_cast<std::uint32_t>(std::stoul(number)));
-    if (!d || !c.present || d->phase == DiskPhase::Arriving)
+    if (!d || !c.present || !d->deviceVisible())
       return SysResult<Handle>::failure(syserr::FileNotFound, Invalid);
     o.kind = Kind::DiskDevice;
     o.disk = d->index;
@@ -123,12 +122,12 @@ SimDeviceIo::Reply SimDeviceIo::control(Handle h, std::uint32_t code, const void
     case Kind::MountManager:
       if (code == ioctl::MountmgrQueryAutoMount) {
         if (!bout || outSize < 4) return Reply::failure(syserr::InsufficientBuffer);
-        putLe32(bout, m_.world.host.autoMount ? 1 : 0);
+        put32(bout, m_.world.host.autoMount ? 1 : 0);
         return Reply::success(4);
       }
       if (code == ioctl::MountmgrSetAutoMount) {
         if (!bin || inSize < 4) return Reply::failure(syserr::InvalidParameter);
-        m_.world.host.autoMount = le32(bin) != 0;
+        m_.world.host.autoMount = get32(bin) != 0;
         return Reply::success(0);
       }
       return Reply::failure(syserr::InvalidFunction);
@@ -147,10 +146,10 @@ SimDeviceIo::Reply SimDeviceIo::diskControl(Opened& o, std::uint32_t code, std::
   if (!out || outSize < 32) return Reply::failure(syserr::InsufficientBuffer);
   // PARTITION_INFORMATION: the one partition of a disk with a master boot record.
   std::memset(out, 0, 32);
-  putLe64(out, kPartitionOffset);
-  putLe64(out + 8, d->size > kPartitionOffset ? d->size - kPartitionOffset : 0);
-  putLe32(out + 16, 63);  // hidden sectors
-  putLe32(out + 20, 1);   // partition number
+  put64(out, kPartitionOffset);
+  put64(out + 8, d->size > kPartitionOffset ? d->size - kPartitionOffset : 0);
+  put32(out + 16, 63);  // hidden sectors
+  put32(out + 20, 1);   // partition number
   out[24] = d->directIo ? 0x06 : 0x0C;  // partition type
   out[25] = 1;  // boot indicator
   out[26] = 1;  // recognized
@@ -167,15 +166,15 @@ SimDeviceIo::Reply SimDeviceIo::volumeControl(Opened& o, std::uint32_t code, con
       const std::vector<Extent>& extents = v->extents;
       const std::size_t need = 8 + 24 * extents.size();
       if (!out || outSize < 32) return Reply::failure(syserr::InsufficientBuffer);
-      putLe32(out, static_cast<std::uint32_t>(extents.size()));
-      putLe32(out + 4, 0);
+      put32(out, static_cast<std::uint32_t>(extents.size()));
+      put32(out + 4, 0);
       if (outSize < need) return Reply::failure(syserr::MoreData, 32);
       for (std::size_t i = 0; i < extents.size(); ++i) {
         std::uint8_t* e = out + 8 + 24 * i;
-        putLe32(e, extents[i].disk);
-        putLe32(e + 4, 0);
-        putLe64(e + 8, extents[i].offset);
-        putLe64(e + 16, extents[i].length);
+        put32(e, extents[i].disk);
+        put32(e + 4, 0);
+        put64(e + 8, extents[i].offset);
+        put64(e + 16, extents[i].length);
       }
       return Reply::success(static_cast<std::uint32_t>(need));
     }
@@ -200,9 +199,9 @@ SimDeviceIo::Reply SimDeviceIo::volumeControl(Opened& o, std::uint32_t code, con
     case ioctl::DiskGetPartitionInfo: {
       if (!out || outSize < 32) return Reply::failure(syserr::InsufficientBuffer);
       std::memset(out, 0, 32);
-      putLe64(out, kPartitionOffset);
-      putLe64(out + 8, v->props.totalBytes.value_or(0));
-      putLe32(out + 20, 1);
+      put64(out, kPartitionOffset);
+      put64(out + 8, v->props.totalBytes.value_or(0));
+      put32(out + 20, 1);
       out[26] = 1;
       return Reply::success(32);
     }

@@ -4,6 +4,7 @@
 // one from C, none while automatic mounting is off); a departure takes it away.
 #include <cstdio>
 
+#include "base/drive_letter.h"
 #include "base/text_codec.h"
 #include "sim/machine.h"
 
@@ -11,15 +12,7 @@ namespace vmd::sim {
 
 namespace {
 
-const char* const kMountedDevices = "SYSTEM\\MountedDevices";
-constexpr std::uint64_t kPartitionOffset = 32256;
-
-char upperLetter(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
-
-bool mountsLetter(const std::string& mp, char letter) {
-  return mp.size() >= 2 && mp[1] == ':' && (mp.size() == 2 || (mp.size() == 3 && mp[2] == '\\')) &&
-         upperLetter(mp[0]) == letter;
-}
+bool mountsLetter(const std::string& mp, char letter) { return mountPointLetter(mp) == letter; }
 
 std::string fileSystemName(std::uint8_t code) {
   switch (code) {
@@ -28,20 +21,6 @@ std::string fileSystemName(std::uint8_t code) {
     case 19: return "FAT32";
     default: return "";
   }
-}
-
-RegKey& mountedDevices(World& w) {
-  for (RegKey& k : w.registry)
-    if (sameNoCase(k.name, kMountedDevices)) return k;
-  w.registry.push_back({kMountedDevices, {}});
-  return w.registry.back();
-}
-
-ByteString mountedDeviceData(std::uint32_t signature) {
-  ByteString d(12, 0);
-  putLe32(d.data(), signature);
-  putLe64(d.data() + 4, kPartitionOffset);
-  return d;
 }
 
 std::string diskDevice(std::uint8_t index) { return "\\\\.\\VelmoRdDevPort0Target" + std::to_string(index); }
@@ -78,9 +57,9 @@ Volume derivedVolume(const DiskFacts& disk) {
 std::uint64_t SimHost::nowMs() { return m_.nowMs(); }
 
 bool SimHost::letterFree(char16_t letter) {
-  const char l = upperLetter(static_cast<char>(letter));
+  const char l = asciiUpper(static_cast<char>(letter));
   for (const Drive& d : m_.world.drives)
-    if (upperLetter(d.letter) == l) return false;
+    if (asciiUpper(d.letter) == l) return false;
   for (const Volume& v : m_.world.volumes)
     if (v.disk)
       for (const std::string& mp : v.mountPoints)
@@ -110,29 +89,17 @@ void SimHost::assignLetter(Volume& v, const DiskFacts& disk) {
     letter = static_cast<char>(disk.letter);  // the controller's own
   } else if (w.host.autoMount) {
     const ByteString data = mountedDeviceData(disk.signature);
-    for (const RegValue& r : mountedDevices(w).values) {
+    for (const RegValue& r : w.registryKey(kMountedDevices).values) {
       const std::string& n = r.name;
       if (r.type == kRegBinary && r.data == data && n.size() == 14 && n.rfind("\\DosDevices\\", 0) == 0 && n[13] == ':' &&
-          letterFree(static_cast<char16_t>(upperLetter(n[12])))) {
-        letter = upperLetter(n[12]);
+          letterFree(static_cast<char16_t>(asciiUpper(n[12])))) {
+        letter = asciiUpper(n[12]);
         break;
       }
     }
     for (char c = 'C'; !letter && c <= 'Z'; ++c)
       if (letterFree(static_cast<char16_t>(c))) letter = c;
-    if (letter) {
-      // The mount-point manager remembers the letter for this disk.
-      RegKey& key = mountedDevices(w);
-      const std::string name = std::string("\\DosDevices\\") + letter + ":";
-      bool written = false;
-      for (RegValue& r : key.values)
-        if (sameNoCase(r.name, name)) {
-          r.type = kRegBinary;
-          r.data = data;
-          written = true;
-        }
-      if (!written) key.values.push_back({name, kRegBinary, data});
-    }
+    if (letter) w.rememberMountedDevice(letter, data);  // for this disk's next arrival
   }
   if (letter) v.mountPoints.push_back(std::string(1, letter) + ":\\");
 }
@@ -151,23 +118,23 @@ bool SimHost::diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t
   }
   for (Volume& v : m_.world.volumes) {
     if (!v.disk || *v.disk != index) continue;
-    const char o = upperLetter(static_cast<char>(oldLetter));
+    const char o = asciiUpper(static_cast<char>(oldLetter));
     for (auto it = v.mountPoints.begin(); it != v.mountPoints.end();)
       it = (o && mountsLetter(*it, o)) ? v.mountPoints.erase(it) : it + 1;
-    if (newLetter) v.mountPoints.push_back(std::string(1, upperLetter(static_cast<char>(newLetter))) + ":\\");
+    if (newLetter) v.mountPoints.push_back(std::string(1, asciiUpper(static_cast<char>(newLetter))) + ":\\");
     return true;
   }
   return true;
 }
 
 std::optional<std::uint8_t> SimHost::dosDeviceOwner(char16_t letter) {
-  const char l = upperLetter(static_cast<char>(letter));
+  const char l = asciiUpper(static_cast<char>(letter));
   for (const Volume& v : m_.world.volumes)
     if (v.disk)
       for (const std::string& mp : v.mountPoints)
         if (mountsLetter(mp, l)) return v.disk;
   for (const Drive& d : m_.world.drives)
-    if (upperLetter(d.letter) == l && d.volume)
+    if (asciiUpper(d.letter) == l && d.volume)
       for (const Volume& v : m_.world.volumes)
         if (sameNoCase(v.name, *d.volume)) return v.disk;
   return std::nullopt;

@@ -204,7 +204,7 @@ SysResult<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, const 
       // a longer value does not fit, a shorter one is no DWORD.
       if (v.data.size() > 4) return Dword::failure(syserr::MoreData);
       if (v.data.size() < 4) return Dword::failure(syserr::InvalidData);
-      return Dword::success(le32(v.data.data()));
+      return Dword::success(get32(v.data.data()));
     }
   return Dword::failure(syserr::FileNotFound);
 }

@@ -1,5 +1,6 @@
 #include "sim/sim_volumes.h"
 
+#include "base/drive_letter.h"
 #include "base/text_codec.h"
 #include "controller/codes.h"
 #include "platform/platform.h"
@@ -9,9 +10,6 @@ namespace vmd::sim {
 namespace {
 
 constexpr std::uint32_t kDirNotEmpty = 145;
-constexpr std::uint64_t kPartitionOffset = 32256;
-
-char upperLetter(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
 
 std::string withSlash(std::string s) {
   if (s.empty() || s.back() != '\\') s += '\\';
@@ -20,20 +18,16 @@ std::string withSlash(std::string s) {
 
 // "X:", "X:\", "\\.\X:" give the letter; anything else 0.
 char letterOf(const std::string& path) {
-  std::string p = path;
-  if (p.rfind("\\\\.\\", 0) == 0 || p.rfind("\\\\?\\", 0) == 0) p = p.substr(4);
-  if (p.size() >= 2 && p[1] == ':' && (p.size() == 2 || (p.size() == 3 && p[2] == '\\'))) {
-    const char c = upperLetter(p[0]);
-    if (c >= 'A' && c <= 'Z') return c;
-  }
-  return 0;
+  std::string_view p = path;
+  if (p.rfind("\\\\.\\", 0) == 0 || p.rfind("\\\\?\\", 0) == 0) p.remove_prefix(4);
+  return mountPointLetter(p);
 }
 
 bool mountsLetter(const std::string& mp, char letter) { return letterOf(mp) == letter && mp.find("\\\\") != 0; }
 
 Drive* findDrive(World& w, char letter) {
   for (Drive& d : w.drives)
-    if (upperLetter(d.letter) == letter) return &d;
+    if (asciiUpper(d.letter) == letter) return &d;
   return nullptr;
 }
 
@@ -66,35 +60,7 @@ void rememberLetter(World& w, char letter, const Volume& v) {
   if (!v.disk) return;
   const SimDisk* d = w.controller.findDisk(*v.disk);
   if (!d || d->directIo) return;
-  ByteString data(12, 0);
-  putLe32(data.data(), d->signature.value_or(0));
-  putLe64(data.data() + 4, kPartitionOffset);
-  const std::string name = std::string("\\DosDevices\\") + letter + ":";
-  RegKey* key = nullptr;
-  for (RegKey& k : w.registry)
-    if (sameNoCase(k.name, "SYSTEM\\MountedDevices")) key = &k;
-  if (!key) {
-    w.registry.push_back({"SYSTEM\\MountedDevices", {}});
-    key = &w.registry.back();
-  }
-  for (RegValue& r : key->values)
-    if (sameNoCase(r.name, name)) {
-      r.type = kRegBinary;
-      r.data = data;
-      return;
-    }
-  key->values.push_back({name, kRegBinary, data});
-}
-
-void forgetLetter(World& w, char letter) {
-  const std::string name = std::string("\\DosDevices\\") + letter + ":";
-  for (RegKey& k : w.registry)
-    if (sameNoCase(k.name, "SYSTEM\\MountedDevices"))
-      for (auto it = k.values.begin(); it != k.values.end(); ++it)
-        if (sameNoCase(it->name, name)) {
-          k.values.erase(it);
-          return;
-        }
+  w.rememberMountedDevice(letter, mountedDeviceData(d->signature.value_or(0)));
 }
 
 }  // namespace
@@ -166,7 +132,7 @@ std::optional<std::string> SimVolumes::volumeForDevicePath(World& w, const std::
 SysResult<std::uint32_t> SimVolumes::logicalDrives() {
   std::uint32_t mask = 0;
   for (const Drive& d : m_.world.drives) {
-    const char c = upperLetter(d.letter);
+    const char c = asciiUpper(d.letter);
     if (c >= 'A' && c <= 'Z') mask |= 1u << (c - 'A');
   }
   for (const Volume& v : m_.world.volumes)
@@ -282,16 +248,16 @@ SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
     if (Volume* v = volumeAtLetter(m_.world, letter)) {
       for (auto it = v->mountPoints.begin(); it != v->mountPoints.end();)
         it = mountsLetter(*it, letter) ? v->mountPoints.erase(it) : it + 1;
-      forgetLetter(m_.world, letter);
+      m_.world.forgetMountedDevice(letter);
       return SysStatus::success();
     }
     for (auto it = m_.world.drives.begin(); it != m_.world.drives.end(); ++it)
-      if (upperLetter(it->letter) == letter && it->volume) {
+      if (asciiUpper(it->letter) == letter && it->volume) {
         if (Volume* v = findVolume(m_.world, *it->volume))
           for (auto mp = v->mountPoints.begin(); mp != v->mountPoints.end();)
             mp = mountsLetter(*mp, letter) ? v->mountPoints.erase(mp) : mp + 1;
         m_.world.drives.erase(it);
-        forgetLetter(m_.world, letter);
+        m_.world.forgetMountedDevice(letter);
         return SysStatus::success();
       }
     return SysStatus::failure(syserr::FileNotFound);

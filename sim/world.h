@@ -16,6 +16,16 @@ namespace vmd::sim {
 
 using ByteString = std::vector<std::uint8_t>;
 
+// A disk with a master boot record has its one partition after the first track.
+inline constexpr std::uint64_t kPartitionOffset = 32256;
+
+inline constexpr const char* kMountedDevices = "SYSTEM\\MountedDevices";
+// A drive-letter value of MountedDevices: "\DosDevices\X:".
+std::string dosDevicesName(char letter);
+// What MountedDevices holds for the partition of a disk: its signature and
+// where the partition starts.
+ByteString mountedDeviceData(std::uint32_t signature);
+
 struct HostState {
   std::string os = "Windows 10 x64";
   bool administrator = true;
@@ -122,6 +132,12 @@ struct World {
   // A Windows 10 x64 host with C: as its NTFS system drive, an administrator
   // token, the controller present at version 5.7 build 0 and 16 GiB of memory.
   static World standard();
+
+  // The key of that name (found without regard to case), added when missing.
+  RegKey& registryKey(const std::string& name);
+  // The mount-point manager records or forgets the letter it gave a partition.
+  void rememberMountedDevice(char letter, const ByteString& data);
+  void forgetMountedDevice(char letter);
 };
 
 }  // namespace vmd::sim

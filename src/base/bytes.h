@@ -31,6 +31,14 @@ inline void putLE(std::uint8_t* p, std::size_t size, std::size_t at, int width, 
   if (at > size || size - at < static_cast<std::size_t>(width)) return;
   for (int i = 0; i < width; ++i) p[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(v >> (8 * i));
 }
+// The same on a raw field the caller knows holds the width.
+inline std::uint16_t get16(const std::uint8_t* p) { return static_cast<std::uint16_t>(getLE(p, 2, 0, 2)); }
+inline std::uint32_t get32(const std::uint8_t* p) { return static_cast<std::uint32_t>(getLE(p, 4, 0, 4)); }
+inline std::uint64_t get64(const std::uint8_t* p) { return getLE(p, 8, 0, 8); }
+inline void put16(std::uint8_t* p, std::uint64_t v) { putLE(p, 2, 0, 2, v); }
+inline void put32(std::uint8_t* p, std::uint64_t v) { putLE(p, 4, 0, 4, v); }
+inline void put64(std::uint8_t* p, std::uint64_t v) { putLE(p, 8, 0, 8, v); }
+
 inline void put8(std::vector<std::uint8_t>& b, std::size_t at, std::uint64_t v) { putLE(b.data(), b.size(), at, 1, v); }
 inline void put16(std::vector<std::uint8_t>& b, std::size_t at, std::uint64_t v) { putLE(b.data(), b.size(), at, 2, v); }
 inline void put32(std::vector<std::uint8_t>& b, std::size_t at, std::uint64_t v) { putLE(b.data(), b.size(), at, 4, v); }

@@ -151,8 +151,6 @@ std::wstring fromUtf8(std::string_view s) {
   return out;
 }
 
-wchar_t asciiUpper(wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - 32) : c; }
-wchar_t asciiLower(wchar_t c) { return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c + 32) : c; }
 
 int compareNoCase(std::wstring_view a, std::wstring_view b) {
   const std::size_t n = a.size() < b.size() ? a.size() : b.size();

@@ -31,9 +31,16 @@ std::wstring readUtf16z(const std::uint8_t* data, std::size_t size, std::size_t 
 std::string toUtf8(std::wstring_view text);
 std::wstring fromUtf8(std::string_view text);
 
-// ASCII-only case folding, as the runtime's wide compare in its default locale.
-wchar_t asciiUpper(wchar_t c);
-wchar_t asciiLower(wchar_t c);
+// ASCII-only case folding, as the runtime's wide compare in its default locale;
+// for any character type, so narrow and UTF-16 text fold alike.
+template <typename C>
+constexpr C asciiUpper(C c) {
+  return (c >= C('a') && c <= C('z')) ? static_cast<C>(c - 32) : c;
+}
+template <typename C>
+constexpr C asciiLower(C c) {
+  return (c >= C('A') && c <= C('Z')) ? static_cast<C>(c + 32) : c;
+}
 bool equalsNoCase(std::wstring_view a, std::wstring_view b);
 int compareNoCase(std::wstring_view a, std::wstring_view b);
 

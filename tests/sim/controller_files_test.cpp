@@ -2,6 +2,8 @@
 // disk's contents to an image file.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "settings/image_file.h"
 #include "sim/sim_rig.h"
 
@@ -17,12 +19,12 @@ void put32(Bytes& b, std::size_t at, std::uint32_t v) {
 
 // {16, total, address of `target`, sub-record length} and the sub-record.
 Bytes wrapped(std::uint8_t target, const Bytes& sub) {
-  Bytes in(16, 0);
+  Bytes in(16 + sub.size(), 0);
   put32(in, 0, 16);
-  put32(in, 4, static_cast<std::uint32_t>(16 + sub.size()));
+  put32(in, 4, static_cast<std::uint32_t>(in.size()));
   in[10] = target;
   put32(in, 12, static_cast<std::uint32_t>(sub.size()));
-  in.insert(in.end(), sub.begin(), sub.end());
+  std::copy(sub.begin(), sub.end(), in.begin() + 16);
   return in;
 }
 
@@ -39,36 +41,29 @@ Bytes utf16z(const std::u16string& s) {
 
 // A format section: file system, cluster sectors, serial, label.
 Bytes formatSpec(std::uint8_t fs, std::uint8_t sectors, std::uint32_t serial, const std::u16string& label) {
-  Bytes spec(44, 0);
+  const Bytes l = label.empty() ? Bytes() : utf16z(label);
+  Bytes spec(label.empty() ? 44 : 42 + l.size(), 0);
   put32(spec, 0, 44);
   spec[9] = 0x08;
   spec[10] = fs;
   spec[11] = sectors;
   put32(spec, 12, serial);
-  if (!label.empty()) {
-    const Bytes l = utf16z(label);
-    spec.resize(42);
-    spec.insert(spec.end(), l.begin(), l.end());
-    spec[40] = static_cast<std::uint8_t>(l.size());
-  }
+  spec[40] = static_cast<std::uint8_t>(l.size());
+  std::copy(l.begin(), l.end(), spec.begin() + 42);
   put32(spec, 4, static_cast<std::uint32_t>(spec.size()));
   return spec;
 }
 
 // An image sub-record; an empty name saves into the disk's own file.
 Bytes saveRecord(const std::u16string& name, std::uint32_t flags, std::uint8_t format, std::uint8_t level) {
-  Bytes r(38, 0);
+  const Bytes n = name.empty() ? Bytes() : utf16z(u"\\DosDevices\\" + name);
+  Bytes r(name.empty() ? 40 : 38 + n.size(), 0);
   put32(r, 0, 40);
   put32(r, 8, flags);
   r[12] = format;
   r[13] = level;
-  if (name.empty()) {
-    r.resize(40, 0);
-  } else {
-    const Bytes n = utf16z(u"\\DosDevices\\" + name);
-    r[36] = static_cast<std::uint8_t>(n.size());
-    r.insert(r.end(), n.begin(), n.end());
-  }
+  r[36] = static_cast<std::uint8_t>(n.size());
+  std::copy(n.begin(), n.end(), r.begin() + 38);
   put32(r, 4, static_cast<std::uint32_t>(r.size()));
   return r;
 }

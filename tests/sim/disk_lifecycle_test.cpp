@@ -72,7 +72,7 @@ TEST(SimDiskLifecycle, DirectIoDiskGetsTheRequestedLetterAndItsDeviceOpensOnlyAf
   EXPECT_EQ(info.out[25], 'R');
   const auto part = rig.request(L"\\\\.\\VelmoRdDevPort0Target0", ioctl::DiskGetPartitionInfo, {}, 32);
   ASSERT_TRUE(part.ok);
-  EXPECT_EQ(le32(part.out.data()), 32256u);
+  EXPECT_EQ(get32(part.out.data()), 32256u);
   EXPECT_TRUE(rig.sim.volumes.volumeInformation(L"R:\\").ok);
 }
 
@@ -125,8 +125,8 @@ TEST(SimDiskLifecycle, RemovalWithTheSaveFlagWritesTheImageFile) {
   const Bytes& head = read.value;
   ASSERT_EQ(head.size(), 512u);
   EXPECT_EQ(head[0], 0x11);  // the COMPR magic number, then level and disk size
-  EXPECT_EQ(le32(head.data() + 20), 5u);
-  EXPECT_EQ(le32(head.data() + 24), 67108864u);
+  EXPECT_EQ(get32(head.data() + 20), 5u);
+  EXPECT_EQ(get32(head.data() + 24), 67108864u);
 }
 
 TEST(SimDiskLifecycle, RemovalWithoutTheSaveFlagWritesNothing) {
@@ -188,7 +188,7 @@ TEST(SimDiskLifecycle, RestartAppliesSettingsThatWaitedForIt) {
   Rig rig(json{{"controller", {{"disks", {{{"index", 1}, {"size", 134217728}, {"pendingSettingsRecord", pending}}}}}}});
   rig.machine.restart();
   const auto info = rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32);
-  EXPECT_EQ(le32(info.out.data() + 16), 256u << 20);
+  EXPECT_EQ(get32(info.out.data() + 16), 256u << 20);
   ASSERT_NE(rig.volumeOf(1), nullptr);
   EXPECT_EQ(rig.volumeOf(1)->props.label, "NEW");
   EXPECT_EQ(rig.volumeOf(1)->mountPoints, (std::vector<std::string>{"D:\\"}));
@@ -216,9 +216,9 @@ TEST(SimDiskSettingsChange, NewSettingsAreReadBackAtOnceAndTheSizeChangesAtTheRe
   const auto read = rig.controller(ioctl::ReadDiskSettingsRecord, Rig::head(1), 4096);
   ASSERT_TRUE(read.ok);
   EXPECT_EQ(std::vector<std::uint8_t>(read.out.begin() + 12, read.out.end()), record);
-  EXPECT_EQ(le32(rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32).out.data() + 16), 128u << 20);
+  EXPECT_EQ(get32(rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32).out.data() + 16), 128u << 20);
   rig.machine.restart();
-  EXPECT_EQ(le32(rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32).out.data() + 16), 256u << 20);
+  EXPECT_EQ(get32(rig.controller(ioctl::QueryDiskInfo, Rig::head(1), 32).out.data() + 16), 256u << 20);
   EXPECT_EQ(rig.volumeOf(1)->props.label, "LATER");
 }
 

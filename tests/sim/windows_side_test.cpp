@@ -90,7 +90,7 @@ TEST(SimWindowsSide, BroadcastsAreLoggedReadably) {
   Bytes record(20, 0);
   record[0] = 20;
   record[4] = 2;
-  putLe32(record.data() + 12, 1u << ('R' - 'A'));
+  put32(record.data() + 12, 1u << ('R' - 'A'));
   const SysResult<std::int32_t> sent = rig.sim.broadcast.broadcast(0x122, 0x219, 0x8000, record);
   EXPECT_TRUE(sent.ok);
   EXPECT_GT(sent.value, 0);

@@ -38,7 +38,7 @@
 namespace {
 
 using vmd::sim::ControllerFaults;
-using vmd::sim::DiskPhase;
+using vmd::sim::kPartitionOffset;
 using vmd::sim::Machine;
 using vmd::sim::SimDisk;
 
@@ -46,7 +46,6 @@ constexpr std::uint32_t kGenFailure = 31;
 constexpr std::uint32_t kFileNotFound = 2;
 constexpr std::uint32_t kInvalidFunction = 1;
 constexpr std::uint32_t kInsufficientBuffer = 122;
-constexpr std::uint64_t kPartitionOffset = 32256;
 
 struct Host {
   std::mutex lock;
@@ -132,7 +131,7 @@ std::string controllerPath(const Machine& m) {
 const SimDisk* arrivedDisk(Machine& m, std::uint32_t index) {
   const auto& c = m.world.controller;
   const SimDisk* d = c.findDisk(index);
-  if (!c.present || !d || d->phase == DiskPhase::Arriving) return nullptr;
+  if (!c.present || !d || !d->deviceVisible()) return nullptr;
   return d;
 }
 
@@ -158,7 +157,7 @@ void syncDrives(Machine& m, const std::string& statePath) {
   std::set<char> wanted, present;
   for (const SimDisk& d : m.world.controller.disks) {
     const char16_t l = d.letter;
-    if (d.directIo && d.phase != DiskPhase::Arriving && m.world.controller.present &&
+    if (d.directIo && d.deviceVisible() && m.world.controller.present &&
         ((l >= u'A' && l <= u'Z') || (l >= u'a' && l <= u'z')))
       wanted.insert(static_cast<char>(l & ~0x20));
   }
@@ -192,10 +191,10 @@ std::uint32_t diskAnswer(const SimDisk& d, std::uint32_t code, std::uint8_t* out
     case vmd::ioctl::DiskGetPartitionInfo:
       if (!out || outSize < 32) return kInsufficientBuffer;
       std::memset(out, 0, 32);
-      vmd::sim::putLe64(out, kPartitionOffset);
-      vmd::sim::putLe64(out + 8, d.size > kPartitionOffset ? d.size - kPartitionOffset : 0);
-      vmd::sim::putLe32(out + 16, 63);
-      vmd::sim::putLe32(out + 20, 1);
+      vmd::put64(out, kPartitionOffset);
+      vmd::put64(out + 8, d.size > kPartitionOffset ? d.size - kPartitionOffset : 0);
+      vmd::put32(out + 16, 63);
+      vmd::put32(out + 20, 1);
       out[24] = d.directIo ? 0x06 : 0x0C;
       out[25] = 1;
       out[26] = 1;
