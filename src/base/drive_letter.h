@@ -1,6 +1,7 @@
 // Drive letters in paths, for narrow and wide text alike.
 #pragma once
 
+#include <string>
 #include <type_traits>
 
 #include "base/text_codec.h"
@@ -20,5 +21,8 @@ constexpr auto mountPointLetter(const Text& mp) {
   const bool shaped = (mp.size() == 2 || (mp.size() == 3 && mp[2] == C('\\'))) && mp[1] == C(':');
   return shaped && isAsciiLetter(mp[0]) ? asciiUpper(mp[0]) : C(0);
 }
+
+// A drive's root folder, "X:\\".
+inline std::wstring driveRoot(wchar_t letter) { return {letter, L':', L'\\'}; }
 
 }  // namespace vmd

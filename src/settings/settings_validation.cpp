@@ -3,6 +3,7 @@
 #include "controller/controller.h"
 #include "controller/im_status.h"
 #include "settings/image_file.h"
+#include "base/drive_letter.h"
 #include "base/text_codec.h"
 
 namespace vmd {
@@ -41,14 +42,11 @@ constexpr std::uint32_t kAttrEncrypted = 0x4000;
 constexpr std::uint64_t kFatFileLimit = 0x100000000ull;  // 4 GiB
 constexpr std::uint32_t kSystemReserveMb = 256;
 
-bool isAsciiLetter(std::uint32_t c) { return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z'); }
-
-std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
 
 wchar_t firstLetter(const std::wstring& path) { return path.empty() ? L'\0' : path[0]; }
 
 bool fixedOrRemovable(App& app, wchar_t letter) {
-  const std::uint32_t type = app.sys.volumes.driveType(rootOf(letter)).valueOr(drivetype::Unknown);
+  const std::uint32_t type = app.sys.volumes.driveType(driveRoot(letter)).valueOr(drivetype::Unknown);
   return type == drivetype::Fixed || type == drivetype::Removable;
 }
 
@@ -380,7 +378,7 @@ bool HasDiskSpace(App& app, const std::wstring& path, std::uint64_t bytes) {
     if (bytes <= existing.value) return true;
     need = bytes - existing.value;
   }
-  const SysResult<VolumeService::FreeSpaceEx> space = app.sys.volumes.diskFreeSpaceEx(rootOf(firstLetter(path)));
+  const SysResult<VolumeService::FreeSpaceEx> space = app.sys.volumes.diskFreeSpaceEx(driveRoot(firstLetter(path)));
   if (!space.ok) return false;
   return need <= space.value.totalFree;
 }
@@ -390,15 +388,15 @@ bool IsOnSystemFileSystem(App& app, wchar_t letter) {
   if (!windows.ok || windows.value.empty()) return false;
   const wchar_t system = windows.value[0];
   if (system == letter) return true;
-  const SysResult<VolumeService::VolumeInfo> a = app.sys.volumes.volumeInformation(rootOf(system));
+  const SysResult<VolumeService::VolumeInfo> a = app.sys.volumes.volumeInformation(driveRoot(system));
   if (!a.ok) return false;
-  const SysResult<VolumeService::VolumeInfo> b = app.sys.volumes.volumeInformation(rootOf(letter));
+  const SysResult<VolumeService::VolumeInfo> b = app.sys.volumes.volumeInformation(driveRoot(letter));
   if (!b.ok) return false;
   return equalsNoCase(a.value.fileSystem, b.value.fileSystem);
 }
 
 bool IsFatVolume(App& app, wchar_t letter) {
-  const SysResult<VolumeService::VolumeInfo> info = app.sys.volumes.volumeInformation(rootOf(letter));
+  const SysResult<VolumeService::VolumeInfo> info = app.sys.volumes.volumeInformation(driveRoot(letter));
   if (!info.ok || info.value.fileSystem.size() < 3) return false;
   return equalsNoCase(std::wstring_view(info.value.fileSystem).substr(0, 3), L"FAT");
 }

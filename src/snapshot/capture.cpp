@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "base/bytes.h"
+#include "base/drive_letter.h"
 #include "base/format.h"
 #include "base/text_codec.h"
 #include "controller/codes.h"
@@ -40,8 +41,6 @@ std::wstring withoutTrailingSlash(std::wstring path) {
   while (path.size() > 3 && path.back() == L'\\') path.pop_back();
   return path;
 }
-
-std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
 
 bool isLetterRoot(const std::wstring& mp, wchar_t letter) {
   return mp.size() == 3 && asciiUpper(mp[0]) == asciiUpper(letter) && mp[1] == L':' && mp[2] == L'\\';
@@ -219,7 +218,7 @@ class Reader {
       if (!(mask & (1u << bit))) continue;
       CapturedDrive d;
       d.letter = static_cast<wchar_t>(L'A' + bit);
-      const std::wstring root = rootOf(d.letter);
+      const std::wstring root = driveRoot(d.letter);
       d.type = sys_.volumes.driveType(root).valueOr(drivetype::Unknown);
       d.rootAttributes = sys_.files.attributes(root).valueOr(InvalidFileAttributes);
       const SysResult<std::wstring> name = sys_.volumes.volumeNameForMountPoint(root, kVolumeNameChars);
@@ -267,7 +266,7 @@ class Reader {
     std::wstring root = v.name;
     for (const CapturedDrive& d : c_.drives)
       if (d.volume && equalsNoCase(*d.volume, v.name)) {
-        root = rootOf(d.letter);
+        root = driveRoot(d.letter);
         break;
       }
     v.facts = readFacts(root);
@@ -332,7 +331,7 @@ class Reader {
         c_.volumes.push_back({});
         v = &c_.volumes.back();
         v->facts = drive != c_.drives.end() ? drive->facts : readFacts(device + L"\\", true);
-        if (drive != c_.drives.end()) v->mountPoints.push_back(rootOf(drive->letter));
+        if (drive != c_.drives.end()) v->mountPoints.push_back(driveRoot(drive->letter));
       }
       v->disk = index;
       v->devicePath = device;

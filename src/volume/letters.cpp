@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/bytes.h"
+#include "base/drive_letter.h"
 #include "base/format.h"
 #include "base/ignore_result.h"
 #include "base/text_codec.h"
@@ -31,14 +32,12 @@ constexpr std::uint32_t kRegBinary = 3;
 constexpr std::uint32_t kBroadcastFlags = 0x122;  // BSF_SENDNOTIFYMESSAGE | BSF_FORCEIFHUNG | BSF_IGNORECURRENTTASK
 constexpr std::uint32_t kWmDeviceChange = 0x219;
 
-bool isLetter(wchar_t c) { return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z'); }
-std::wstring rootOf(wchar_t letter) { return format(L"%c:\\", letter); }
 
 // A drive-letter value of the database: "\DosDevices\X:".
 bool isDriveLetterValue(const std::wstring& name) {
   return name.size() == kDosDevicesPrefixChars + 2 &&
          equalsNoCase(name.substr(0, kDosDevicesPrefixChars).c_str(), kDosDevicesPrefix) &&
-         isLetter(name[kDosDevicesPrefixChars]) && name[kDosDevicesPrefixChars + 1] == L':';
+         isAsciiLetter(name[kDosDevicesPrefixChars]) && name[kDosDevicesPrefixChars + 1] == L':';
 }
 
 // Room for 31 extents; a volume with more fails its request and is skipped.
@@ -50,7 +49,7 @@ bool holdsVolumes(std::uint32_t driveType) { return driveType == drivetype::Fixe
 
 bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLetter, bool* keptOld) {
   if (keptOld) *keptOld = true;
-  const std::wstring oldRoot = rootOf(oldLetter), newRoot = rootOf(newLetter);
+  const std::wstring oldRoot = driveRoot(oldLetter), newRoot = driveRoot(newLetter);
   const SysResult<std::wstring> volume = ctx.volumes.volumeNameForMountPoint(oldRoot, kVolumeNameChars);
   if (!volume.ok) return false;
   if (!ctx.volumes.deleteVolumeMountPoint(oldRoot).ok) return false;
@@ -66,7 +65,7 @@ bool MoveVolumeMountPoint(VolumeContext& ctx, wchar_t oldLetter, wchar_t newLett
 bool ChangeDriveLetter(VolumeContext& ctx, std::uint8_t index, bool controllerAssigned, wchar_t oldLetter,
                        wchar_t newLetter) {
   if (oldLetter == newLetter) return true;
-  if (isLetter(newLetter) && (ctx.volumes.logicalDrives().valueOr(0) & (1u << (asciiUpper(newLetter) - L'A'))) != 0)
+  if (isAsciiLetter(newLetter) && (ctx.volumes.logicalDrives().valueOr(0) & (1u << (asciiUpper(newLetter) - L'A'))) != 0)
     return false;
   if (!controllerAssigned) return MoveVolumeMountPoint(ctx, oldLetter, newLetter);
   Bytes record(16, 0);
@@ -99,7 +98,7 @@ SysStatus BroadcastVolumeChange(VolumeContext& ctx, std::uint32_t event, wchar_t
 }
 
 bool RewriteMountedDevice(VolumeContext& ctx, wchar_t letter, const std::array<std::uint8_t, 12>& data) {
-  if (!isLetter(letter)) return false;
+  if (!isAsciiLetter(letter)) return false;
   const SysResult<std::unique_ptr<Registry::Key>> opened = ctx.registry.openForWrite(kMountedDevicesKey);
   if (!opened.ok || !opened.value) return false;
   Registry::Key& key = *opened.value;
