@@ -9,9 +9,10 @@ tools/install-deps.sh
 jobs="${JOBS:-2}"
 
 # Each build writes its own log, printed whole when it ends. One build alone
-# leaves a core idle for much of its time (configuring, linking, resources,
-# the package), so the Windows and Linux builds run side by side, and the
-# sanitized build runs at the lowest priority while the tests run.
+# leaves a core idle for part of its time (configuring, linking, resources,
+# the package), so the Windows and Linux builds run side by side. The
+# sanitized build comes after the tests: built beside them, even at the
+# lowest priority, it slowed the Wine tests by more than it gained.
 mkdir -p build
 build_step() {  # name, then the command; runs it into build/<name>.log
   local name=$1
@@ -76,14 +77,6 @@ wait "$win" && win_status=0 || win_status=$?
 show_build win "$win_status"
 show_build test "$test_status"
 
-# The sanitized build meanwhile, at the lowest priority: it takes the time
-# the tests below leave idle and gives way to them at once.
-(
-  renice -n 19 -p "$BASHPID" >/dev/null
-  build_step asan asan_build
-) &
-asan=$!
-
 # Each ctest run is kept in a log; the last line of the whole run adds them up.
 status=0 passed=0 failed=0 skipped=0
 tally() {
@@ -108,7 +101,7 @@ tally build/test/ctest.log
 
 # --- The unit, scenario and fault tiers again in the sanitized build, and
 # the fuzz targets from their corpora.
-wait "$asan" && asan_status=0 || asan_status=$?
+build_step asan asan_build && asan_status=0 || asan_status=$?
 show_build asan "$asan_status"
 (cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 VMDCTL_SCENARIO_TRACED_ONLY=1 \
   ctest -j"$jobs" --output-on-failure --timeout 300 -R '^((unit|scenario|fuzz)\.|fault$)') 2>&1 | tee build/asan/ctest.log || status=1
