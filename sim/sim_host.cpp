@@ -12,8 +12,6 @@ namespace vmd::sim {
 
 namespace {
 
-bool mountsLetter(const std::string& mp, char letter) { return mountPointLetter(mp) == letter; }
-
 std::string fileSystemName(std::uint8_t code) {
   switch (code) {
     case 2: return "NTFS";
@@ -63,7 +61,7 @@ bool SimHost::letterFree(char16_t letter) {
   for (const Volume& v : m_.world.volumes)
     if (v.disk)
       for (const std::string& mp : v.mountPoints)
-        if (mountsLetter(mp, l)) return false;
+        if (mountPointLetter(mp) == l) return false;
   return true;
 }
 
@@ -120,7 +118,7 @@ bool SimHost::diskLetterChanged(std::uint8_t index, char16_t oldLetter, char16_t
     if (!v.disk || *v.disk != index) continue;
     const char o = asciiUpper(static_cast<char>(oldLetter));
     for (auto it = v.mountPoints.begin(); it != v.mountPoints.end();)
-      it = (o && mountsLetter(*it, o)) ? v.mountPoints.erase(it) : it + 1;
+      it = (o && mountPointLetter(*it) == o) ? v.mountPoints.erase(it) : it + 1;
     if (newLetter) v.mountPoints.push_back(std::string(1, asciiUpper(static_cast<char>(newLetter))) + ":\\");
     return true;
   }
@@ -132,7 +130,7 @@ std::optional<std::uint8_t> SimHost::dosDeviceOwner(char16_t letter) {
   for (const Volume& v : m_.world.volumes)
     if (v.disk)
       for (const std::string& mp : v.mountPoints)
-        if (mountsLetter(mp, l)) return v.disk;
+        if (mountPointLetter(mp) == l) return v.disk;
   for (const Drive& d : m_.world.drives)
     if (asciiUpper(d.letter) == l && d.volume)
       for (const Volume& v : m_.world.volumes)

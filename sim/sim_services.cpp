@@ -16,9 +16,6 @@ std::string stripSlash(std::string s) {
   return s;
 }
 
-constexpr std::uint32_t kAttrDirectory = 0x10;
-constexpr std::uint32_t kAttrNormal = 0x80;
-
 Bytes describedHead(const FileEntry& f) {
   if (f.head) return *f.head;
   if (f.image) {
@@ -134,14 +131,14 @@ SysResult<std::uint32_t> SimFiles::attributes(const std::wstring& wpath) {
     // Attributes written as all ones read as the failure they spell.
     if (f->attributes == InvalidFileAttributes) return Attributes::failure(syserr::AccessDenied, InvalidFileAttributes);
     if (f->attributes) return Attributes::success(*f->attributes);
-    return Attributes::success(f->directory ? kAttrDirectory : kAttrNormal);
+    return Attributes::success(f->directory ? fileattr::Directory : fileattr::Normal);
   }
   // The root of a mounted drive is a directory.
   if (path.size() == 3 && path[1] == ':' && path[2] == '\\') {
     const char l = static_cast<char>(path[0] & ~0x20);
     for (const Drive& d : m_.world.drives)
       if (d.letter == l) {
-        const std::uint32_t attrs = d.rootAttributes.value_or(kAttrDirectory);
+        const std::uint32_t attrs = d.rootAttributes.value_or(fileattr::Directory);
         if (attrs == InvalidFileAttributes) return Attributes::failure(syserr::AccessDenied, InvalidFileAttributes);
         return Attributes::success(attrs);
       }
@@ -149,7 +146,7 @@ SysResult<std::uint32_t> SimFiles::attributes(const std::wstring& wpath) {
       if (v.disk)
         for (const std::string& mp : v.mountPoints)
           if (mp.size() == 3 && static_cast<char>(mp[0] & ~0x20) == l && mp[1] == ':')
-            return Attributes::success(kAttrDirectory);
+            return Attributes::success(fileattr::Directory);
   }
   return Attributes::failure(syserr::FileNotFound, InvalidFileAttributes);
 }
@@ -190,7 +187,7 @@ SysStatus SimFiles::writeWhole(const std::wstring& wpath, const Bytes& data) {
 
 SysResult<bool> SimFiles::pathIsDirectory(const std::wstring& path) {
   const SysResult<std::uint32_t> a = attributes(path);
-  return SysResult<bool>::success(a.ok && (a.value & kAttrDirectory) != 0);
+  return SysResult<bool>::success(a.ok && (a.value & fileattr::Directory) != 0);
 }
 
 SysResult<std::uint32_t> SimRegistry::readDword(const std::wstring& wkey, const std::wstring& wvalue) {

@@ -23,8 +23,6 @@ char letterOf(const std::string& path) {
   return mountPointLetter(p);
 }
 
-bool mountsLetter(const std::string& mp, char letter) { return letterOf(mp) == letter && mp.find("\\\\") != 0; }
-
 Drive* findDrive(World& w, char letter) {
   for (Drive& d : w.drives)
     if (asciiUpper(d.letter) == letter) return &d;
@@ -37,7 +35,7 @@ Volume* volumeAtLetter(World& w, char letter) {
   for (Volume& v : w.volumes)
     if (v.present && v.disk)
       for (const std::string& mp : v.mountPoints)
-        if (mountsLetter(mp, letter)) return &v;
+        if (mountPointLetter(mp) == letter) return &v;
   return nullptr;
 }
 
@@ -247,7 +245,7 @@ SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
   if (letter) {
     if (Volume* v = volumeAtLetter(m_.world, letter)) {
       for (auto it = v->mountPoints.begin(); it != v->mountPoints.end();)
-        it = mountsLetter(*it, letter) ? v->mountPoints.erase(it) : it + 1;
+        it = mountPointLetter(*it) == letter ? v->mountPoints.erase(it) : it + 1;
       m_.world.forgetMountedDevice(letter);
       return SysStatus::success();
     }
@@ -255,7 +253,7 @@ SysStatus SimVolumes::deleteVolumeMountPoint(const std::wstring& wmp) {
       if (asciiUpper(it->letter) == letter && it->volume) {
         if (Volume* v = findVolume(m_.world, *it->volume))
           for (auto mp = v->mountPoints.begin(); mp != v->mountPoints.end();)
-            mp = mountsLetter(*mp, letter) ? v->mountPoints.erase(mp) : mp + 1;
+            mp = mountPointLetter(*mp) == letter ? v->mountPoints.erase(mp) : mp + 1;
         m_.world.drives.erase(it);
         m_.world.forgetMountedDevice(letter);
         return SysStatus::success();

@@ -274,6 +274,16 @@ class VolumeService {
 
 constexpr std::uint32_t InvalidFileAttributes = 0xFFFFFFFFu;
 
+// The attribute bits of a file or folder, as GetFileAttributesW gives them.
+namespace fileattr {
+constexpr std::uint32_t ReadOnly = 0x0001;
+constexpr std::uint32_t Directory = 0x0010;
+constexpr std::uint32_t Normal = 0x0080;
+constexpr std::uint32_t Compressed = 0x0800;
+constexpr std::uint32_t NotContentIndexed = 0x2000;
+constexpr std::uint32_t Encrypted = 0x4000;
+}  // namespace fileattr
+
 class FileService {
  public:
   virtual ~FileService() = default;

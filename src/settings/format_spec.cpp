@@ -12,9 +12,6 @@ namespace {
 
 using F = DiskSettingsRecord::Format;
 
-constexpr std::uint32_t kAttrCompressed = 0x800;
-constexpr std::uint32_t kAttrNotContentIndexed = 0x2000;
-
 std::uint8_t fileSystemCode(const std::wstring& name) {
   if (equalsNoCase(name, L"NTFS")) return filesystem::Ntfs;
   if (equalsNoCase(name, L"FAT32")) return filesystem::Fat32;
@@ -58,8 +55,8 @@ std::optional<Bytes> BuildFormatSpecFromVolume(VolumeService& volumes, FileServi
   std::uint8_t flags = temp ? fsflag::TempFolder : 0;
   // A failed attribute read gives no flag.
   if (fs == filesystem::Ntfs && rootAttributes.ok) {
-    if (rootAttributes.value & kAttrCompressed) flags |= fsflag::Compress;
-    if (rootAttributes.value & kAttrNotContentIndexed) flags |= fsflag::NoIndexing;
+    if (rootAttributes.value & fileattr::Compressed) flags |= fsflag::Compress;
+    if (rootAttributes.value & fileattr::NotContentIndexed) flags |= fsflag::NoIndexing;
   }
   put8(spec, F::FsFlags, flags);
   return spec;

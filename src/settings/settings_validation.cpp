@@ -36,12 +36,8 @@ std::uint32_t ClusterSectors(const ClusterTable& table, std::uint32_t sizeMb) {
 
 namespace {
 
-constexpr std::uint32_t kAttrReadOnly = 0x0001;
-constexpr std::uint32_t kAttrCompressed = 0x0800;
-constexpr std::uint32_t kAttrEncrypted = 0x4000;
 constexpr std::uint64_t kFatFileLimit = 0x100000000ull;  // 4 GiB
 constexpr std::uint32_t kSystemReserveMb = 256;
-
 
 wchar_t firstLetter(const std::wstring& path) { return path.empty() ? L'\0' : path[0]; }
 
@@ -100,7 +96,7 @@ bool checkImage(App& app, const std::wstring& path, std::uint64_t sizeBytes, std
       return false;
     }
     if (out.exists) {
-      if (attrs & kAttrReadOnly) {
+      if (attrs & fileattr::ReadOnly) {
         app.io.err(L"Error: image file '%s' is read-only!\n", path);
         return false;
       }
@@ -347,12 +343,12 @@ bool CheckBackingFilePath(App& app, const std::wstring& path, std::uint32_t size
     // A new file inherits its folder's compression and encryption; an
     // unreadable folder carries those bits too and is refused.
     const std::wstring folder = path.substr(0, path.rfind(L'\\') + 1);
-    if (app.sys.files.attributes(folder).valueOr(InvalidFileAttributes) & (kAttrCompressed | kAttrEncrypted)) {
+    if (app.sys.files.attributes(folder).valueOr(InvalidFileAttributes) & (fileattr::Compressed | fileattr::Encrypted)) {
       app.io.err(L"Error: file '%s' is invalid - \nfile or directory cannot be read-only, compressed, or encrypted\n",
                  path);
       return false;
     }
-  } else if (attrs & (kAttrReadOnly | kAttrCompressed | kAttrEncrypted)) {
+  } else if (attrs & (fileattr::ReadOnly | fileattr::Compressed | fileattr::Encrypted)) {
     app.io.err(L"Error: file '%s' is invalid - \nfile or directory cannot be read-only, compressed, or encrypted!\n",
                path);
     return false;

@@ -13,8 +13,6 @@ namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kChunk = 1u << 20;  // one WriteFile call at most this many bytes
 
-std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
-
 class Win32Files : public FileService {
  public:
   SysResult<std::uint32_t> attributes(const std::wstring& path) override {

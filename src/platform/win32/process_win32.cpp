@@ -10,8 +10,6 @@ namespace vmd::win32 {
 
 namespace {
 
-std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
-
 class Win32Process : public ProcessEnvironment {
  public:
   // Nothing of ours needs preparing before the resources can be read; the

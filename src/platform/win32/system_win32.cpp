@@ -45,8 +45,6 @@ class Variant {
   VARIANT v_;
 };
 
-std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
-
 class Win32System : public SystemInfo {
  public:
   SysResult<Memory> memoryStatus() override {

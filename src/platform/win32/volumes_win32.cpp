@@ -13,8 +13,6 @@ namespace {
 constexpr DWORD kLabelChars = MAX_PATH + 1;  // 260 with the terminator
 constexpr DWORD kFileSystemChars = 25;
 
-std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
-
 SysStatus status(BOOL ok) { return ok ? SysStatus::success() : SysStatus::failure(lastError()); }
 
 class Win32Volumes : public VolumeService {

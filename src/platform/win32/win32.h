@@ -18,6 +18,9 @@
 
 namespace vmd::win32 {
 
+// The calling thread's last error, as the platform reports errors.
+inline std::uint32_t lastError() { return static_cast<std::uint32_t>(::GetLastError()); }
+
 // Owns one handle and releases it with Traits::close when it goes.
 template <class Traits>
 class Scoped {
