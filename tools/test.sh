@@ -38,11 +38,18 @@ show_build() {  # name, status: prints the log; a failed build ends the run
 # it off.
 werror=-DVMDCTL_WERROR=ON
 
+# The Windows and the sanitized builds are unity builds: their files are
+# compiled in batches, so the headers and templates the files share are
+# compiled once a batch, not once a file (each takes about half the time).
+# The Linux test build compiles every file on its own, as one's own build
+# does, which also shows that each file includes what it uses.
+unity=-DCMAKE_UNITY_BUILD=ON
+
 # The release is built at -O2: as fast for a command-line tool, and it
 # compiles in a fifth less time than -O3.
 win_build() {
   cmake -S . -B build/win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" "$werror" &&
+    -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" "$werror" "$unity" &&
     cmake --build build/win -j"$jobs" --target vmdctl vmdctl-sim vmdsnap vmdctl_unit_tests vmdtestctl &&
     # The release zip (cmake/package.cmake), which the Wine tier unpacks and checks.
     cmake --build build/win -j"$jobs" --target release
@@ -65,7 +72,7 @@ sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame
 asan_build() {
   CXX=clang++ cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only -DNDEBUG" -DVMDCTL_UNIT_TESTS_AS_ONE=ON \
-    -DCMAKE_CXX_FLAGS="$sanitize -fsanitize=fuzzer-no-link" -DCMAKE_EXE_LINKER_FLAGS="$sanitize" -DVMDCTL_FUZZ=ON "$werror" &&
+    -DCMAKE_CXX_FLAGS="$sanitize -fsanitize=fuzzer-no-link" -DCMAKE_EXE_LINKER_FLAGS="$sanitize" -DVMDCTL_FUZZ=ON "$werror" "$unity" &&
     cmake --build build/asan -j"$jobs" --target vmdctl_unit_tests vmdctl-sim vmdctl_fault_tier \
     fuzz_settings_record fuzz_descriptor fuzz_disk_options fuzz_state_file
 }

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 namespace vmd {
-namespace {
+namespace format_test {
 
 TEST(Format, WideStringWithWidthPadsToTheRight) {
   EXPECT_EQ(format(L"%-12s|", L"SCSI"), L"SCSI        |");
@@ -63,5 +63,5 @@ TEST(Format, RightAlignedNumbers) {
   EXPECT_EQ(format(L"%5d|%-5d|%05d", 42, 42, -42), L"   42|42   |-0042");
 }
 
-}  // namespace
+}  // namespace format_test
 }  // namespace vmd

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 namespace vmd {
-namespace {
+namespace text_codec_test {
 
 TEST(TextCodec, Utf16LittleEndianWithTerminator) {
   std::vector<std::uint8_t> b(8, 0xEE);
@@ -58,5 +58,5 @@ TEST(TextCodec, CaseFoldingIsAsciiOnly) {
   EXPECT_LT(compareNoCase(L"a", L"B"), 0);
 }
 
-}  // namespace
+}  // namespace text_codec_test
 }  // namespace vmd

@@ -12,7 +12,7 @@
 #include "support/sim_app.h"
 
 namespace vmd {
-namespace {
+namespace add_view_property_test {
 
 using test::Args;
 using test::describe;
@@ -105,5 +105,5 @@ TEST(AddViewProperty, ViewShowsTheSettingsThatAddShowed) {
   EXPECT_GT(compactCleared, 3);
 }
 
-}  // namespace
+}  // namespace add_view_property_test
 }  // namespace vmd

@@ -9,7 +9,7 @@
 #include "support/sim_app.h"
 
 namespace vmd {
-namespace {
+namespace export_command_test {
 
 using sim::json;
 using test::Args;
@@ -59,5 +59,5 @@ TEST(ExportCommand, WithoutAnyLetterZero) {
   EXPECT_EQ(written(sim, L"C:\\d.vdd").driveLetter, 0);
 }
 
-}  // namespace
+}  // namespace export_command_test
 }  // namespace vmd

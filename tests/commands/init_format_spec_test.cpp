@@ -11,7 +11,7 @@
 #include "sim/record_layout.h"
 
 namespace vmd {
-namespace {
+namespace init_format_spec_test {
 
 // One volume at R:\ with what GetVolumeInformationW, GetDiskFreeSpaceW and
 // GetFileAttributesW report for it.
@@ -174,5 +174,5 @@ TEST(StoredFormatSpec, AbsentOrOutsideSectionIsNotUsed) {
   EXPECT_FALSE(StoredFormatSpec(record));
 }
 
-}  // namespace
+}  // namespace init_format_spec_test
 }  // namespace vmd

@@ -22,7 +22,7 @@
 #include "support/sim_app.h"
 
 namespace vmd {
-namespace {
+namespace request_trace_test {
 
 using sim::json;
 using test::Args;
@@ -177,5 +177,5 @@ TEST(RequestTrace, SaveHasTheControllerWriteAnImageTheImageReaderKnows) {
   EXPECT_EQ(size, 67108864u);
 }
 
-}  // namespace
+}  // namespace request_trace_test
 }  // namespace vmd

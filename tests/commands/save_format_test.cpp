@@ -9,7 +9,7 @@
 #include "settings/disk_settings.h"
 
 namespace vmd {
-namespace {
+namespace save_format_test {
 
 ImageFormatChoice word(const std::wstring& w) {
   ImageFormatChoice c;
@@ -105,5 +105,5 @@ TEST(SaveImageRecord, WithATargetCarriesThePrefixedName) {
   EXPECT_EQ(get16(r, 38 + 2 * name.size()), 0);
 }
 
-}  // namespace
+}  // namespace save_format_test
 }  // namespace vmd

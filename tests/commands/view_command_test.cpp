@@ -7,7 +7,7 @@
 #include "support/sim_app.h"
 
 namespace vmd {
-namespace {
+namespace view_command_test {
 
 using sim::json;
 using test::SimApp;
@@ -95,5 +95,5 @@ TEST(PrintVolumeDetails, ZeroClusterFigureLeavesTheClusterLineOut) {
   EXPECT_EQ(sim.out().find(L"Cluster size"), std::wstring::npos);
 }
 
-}  // namespace
+}  // namespace view_command_test
 }  // namespace vmd

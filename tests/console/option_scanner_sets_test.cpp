@@ -11,7 +11,7 @@
 #include "console/option_scan_support.h"
 
 namespace vmd::test {
-namespace {
+namespace option_scanner_sets_test {
 
 // ---------------------------------------------------------------------------
 // The disk-settings set
@@ -418,5 +418,5 @@ TEST(InitOptions, Forms) {
                 ignored(L"5"));
 }
 
-}  // namespace
+}  // namespace option_scanner_sets_test
 }  // namespace vmd::test

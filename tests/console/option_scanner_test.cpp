@@ -11,7 +11,7 @@
 #include "console/option_scan_support.h"
 
 namespace vmd::test {
-namespace {
+namespace option_scanner_test {
 
 // ---------------------------------------------------------------------------
 // Permutation and the end of the options
@@ -418,5 +418,5 @@ TEST(OptionScannerW, UnknownNameIsHandedBackAsW) {
   EXPECT_EQ(o.err, L"");
 }
 
-}  // namespace
+}  // namespace option_scanner_test
 }  // namespace vmd::test

@@ -7,7 +7,7 @@
 #include "support/fakes.h"
 
 namespace vmd {
-namespace {
+namespace output_test {
 
 struct OutputTest : ::testing::Test {
   test::CapturingStreams streams;
@@ -113,5 +113,5 @@ TEST_F(OutputTest, SwitchedOnWithoutAConsoleFallsBackToTheStream) {
   EXPECT_EQ(streams.err, L"none");
 }
 
-}  // namespace
+}  // namespace output_test
 }  // namespace vmd

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 namespace vmd {
-namespace {
+namespace codes_test {
 
 TEST(DiskAddress, LengthsTwelveAndTheDiskNumberAsTarget) {
   const DiskAddressBytes a = diskAddress(0x7F);
@@ -38,5 +38,5 @@ TEST(WrapSubRecord, EmptySubRecordIsTheHeadAlone) {
   EXPECT_EQ(get32(request, 12), 0u);
 }
 
-}  // namespace
+}  // namespace codes_test
 }  // namespace vmd

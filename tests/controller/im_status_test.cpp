@@ -7,7 +7,7 @@
 #include "support/fakes.h"
 
 namespace vmd {
-namespace {
+namespace im_status_test {
 
 using sim::json;
 
@@ -88,5 +88,5 @@ TEST(QueryImStatus, FailureGivesTheSystemError) {
   EXPECT_EQ(error, 1u);
 }
 
-}  // namespace
+}  // namespace im_status_test
 }  // namespace vmd

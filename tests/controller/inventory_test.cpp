@@ -9,7 +9,7 @@
 #include "support/inventory_rig.h"
 
 namespace vmd {
-namespace {
+namespace inventory_test {
 
 using sim::json;
 using test::kController;
@@ -162,5 +162,5 @@ TEST(DecimalToLong, ReadsTheOtherDigitBlocksTheRuntimeKnows) {
   EXPECT_FALSE(isDecimalDigit(L'\x00B2'));         // superscript two is no decimal digit
 }
 
-}  // namespace
+}  // namespace inventory_test
 }  // namespace vmd

@@ -15,7 +15,7 @@
 #include "support/fakes.h"
 
 namespace vmd {
-namespace {
+namespace descriptor_reader_test {
 
 using sim::json;
 
@@ -250,5 +250,5 @@ TEST(AddCommandLine, EmptyLabelIsQuoted) {
   EXPECT_EQ(AddCommandLine(s, 0), L"vmdctl add -n 128 -f fat32 -l \"\"");
 }
 
-}  // namespace
+}  // namespace descriptor_reader_test
 }  // namespace vmd

@@ -16,7 +16,7 @@
 #include "support/sim_app.h"
 
 namespace vmd {
-namespace {
+namespace descriptor_round_trip_test {
 
 using sim::json;
 using test::Args;
@@ -163,5 +163,5 @@ TEST(DescriptorRoundTrip, TheReadersAddLineMakesTheSameDisk) {
   EXPECT_LT(unrepeatable, kCases / 20);
 }
 
-}  // namespace
+}  // namespace descriptor_round_trip_test
 }  // namespace vmd

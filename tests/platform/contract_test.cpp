@@ -17,7 +17,7 @@ namespace vmd::contract {
 // Test lists show a check by its name.
 void PrintTo(const Check& check, std::ostream* os) { *os << check.name; }
 
-namespace {
+namespace contract_test {
 
 using sim::Machine;
 using sim::SimPlatform;
@@ -126,5 +126,5 @@ std::string testName(const ::testing::TestParamInfo<Check>& info) {
 
 INSTANTIATE_TEST_SUITE_P(Checks, SimContract, ::testing::ValuesIn(checks()), testName);
 
-}  // namespace
+}  // namespace contract_test
 }  // namespace vmd::contract

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 namespace vmd {
-namespace {
+namespace message_text_test {
 
 TEST(MessageText, NumberedInserts) {
   EXPECT_EQ(expandMessageInserts(L"%1: Invalid use of command '%2'.\r\nFor more information, type: %1 ? %2\r\n",
@@ -31,5 +31,5 @@ TEST(MessageText, TwoDigitInsert) {
   EXPECT_EQ(expandMessageInserts(L"%12", ins), L"twelve");
 }
 
-}  // namespace
+}  // namespace message_text_test
 }  // namespace vmd

@@ -6,7 +6,7 @@
 #include <vector>
 
 namespace vmd {
-namespace {
+namespace catalogue_test {
 
 const wchar_t* message(std::uint32_t id) {
   for (const catalogue::Entry* e = catalogue::kMessages; e->text; ++e)
@@ -76,5 +76,5 @@ TEST(Catalogue, EveryCommandHasItsHelpText) {
   for (std::uint32_t id = 0x1100; id <= 0x1C00; id += 0x100) EXPECT_NE(message(id), nullptr) << std::hex << id;
 }
 
-}  // namespace
+}  // namespace catalogue_test
 }  // namespace vmd

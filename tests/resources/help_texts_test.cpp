@@ -11,7 +11,7 @@
 #include "resources/catalogue_data.h"
 
 namespace vmd {
-namespace {
+namespace help_texts_test {
 
 constexpr std::size_t kDescriptionColumn = 30;  // zero-based: the 31st character of the line
 constexpr std::size_t kMaxLineLength = 79;
@@ -292,5 +292,5 @@ TEST(HelpTexts, ExamplesAreIndentedCommandLines) {
   }
 }
 
-}  // namespace
+}  // namespace help_texts_test
 }  // namespace vmd

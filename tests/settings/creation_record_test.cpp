@@ -11,7 +11,7 @@
 #include "sim/record_layout.h"
 
 namespace vmd {
-namespace {
+namespace creation_record_test {
 
 using H = DiskSettingsRecord::Header;
 using S = DiskSettingsRecord::Substance;
@@ -503,5 +503,5 @@ TEST(CreationRecordFields, AFieldBeyondAShortRecordReadsAsZero) {
   EXPECT_EQ(creationTotalLength(Bytes(3, 0xFF)), 0u);
 }
 
-}  // namespace
+}  // namespace creation_record_test
 }  // namespace vmd

@@ -9,7 +9,7 @@
 #include "sim/record_layout.h"
 
 namespace vmd {
-namespace {
+namespace descriptor_file_test {
 
 using sim::json;
 
@@ -350,5 +350,5 @@ TEST(CheckDescriptor, AbsentSectionsAreFine) {
   EXPECT_TRUE(check(descriptorOf(record)).valid());
 }
 
-}  // namespace
+}  // namespace descriptor_file_test
 }  // namespace vmd

@@ -8,7 +8,7 @@
 #include "support/sim_app.h"
 
 namespace vmd {
-namespace {
+namespace disk_options_test {
 
 using test::Args;
 using test::SimApp;
@@ -437,5 +437,5 @@ TEST(LeadingHex, RuntimeConversion) {
   EXPECT_EQ(LeadingHex(nullptr), 0u);
 }
 
-}  // namespace
+}  // namespace disk_options_test
 }  // namespace vmd

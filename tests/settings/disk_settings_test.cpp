@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 namespace vmd {
-namespace {
+namespace disk_settings_test {
 
 TEST(DiskSettings, DefaultsAreThoseOfANewDisk) {
   const DiskSettings s;
@@ -61,5 +61,5 @@ TEST(DiskSettings, CopiesCompareEqualFieldByField) {
   EXPECT_NE(a, b);
 }
 
-}  // namespace
+}  // namespace disk_settings_test
 }  // namespace vmd

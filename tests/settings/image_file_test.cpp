@@ -15,7 +15,7 @@
 #include "sim/sim_services.h"
 
 namespace vmd {
-namespace {
+namespace image_file_test {
 
 using sim::json;
 using test::SimApp;
@@ -311,5 +311,5 @@ TEST(QueryDiskStatus, EachTryOpensTheControllerAfresh) {
   EXPECT_EQ(stats["closes"].value(path, 0u), 2u);
 }
 
-}  // namespace
+}  // namespace image_file_test
 }  // namespace vmd

@@ -11,7 +11,7 @@
 #include "settings/settings_record.h"
 
 namespace vmd {
-namespace {
+namespace record_changes_test {
 
 using H = DiskSettingsRecord::Header;
 
@@ -219,5 +219,5 @@ TEST(ApplyImageRequest, DetachingSendsFortyZeroBytesThatStartWithFortyAndForty) 
   for (std::size_t i = 24; i < 56; ++i) EXPECT_EQ(request[i], 0) << i;
 }
 
-}  // namespace
+}  // namespace record_changes_test
 }  // namespace vmd

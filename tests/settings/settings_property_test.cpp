@@ -19,7 +19,7 @@
 #include "sim/record_layout.h"
 
 namespace vmd {
-namespace {
+namespace settings_property_test {
 
 using sim::json;
 using test::addImages;
@@ -137,5 +137,5 @@ TEST(SettingsProperty, EveryStoppedCaseSaysWhyOnce) {
   }
 }
 
-}  // namespace
+}  // namespace settings_property_test
 }  // namespace vmd

@@ -16,7 +16,7 @@
 #include "support/fakes.h"
 
 namespace vmd {
-namespace {
+namespace settings_record_test {
 
 using sim::json;
 
@@ -509,5 +509,5 @@ TEST_F(ReadExchange, AppOverloadUsesTheProcessController) {
   EXPECT_TRUE(streams.all.empty());  // the caller reports failures
 }
 
-}  // namespace
+}  // namespace settings_record_test
 }  // namespace vmd

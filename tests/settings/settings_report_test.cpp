@@ -11,7 +11,7 @@
 #include "support/fakes.h"
 
 namespace vmd {
-namespace {
+namespace settings_report_test {
 
 const std::wstring kRuleLine = L"-------------------------------------------------------";
 
@@ -326,5 +326,5 @@ TEST_F(ByteSize, PrintsNothingItself) {
   EXPECT_TRUE(streams.all.empty());
 }
 
-}  // namespace
+}  // namespace settings_report_test
 }  // namespace vmd

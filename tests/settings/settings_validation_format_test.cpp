@@ -9,7 +9,7 @@
 #include "settings/settings_validation_support.h"
 
 namespace vmd::test {
-namespace {
+namespace settings_validation_format_test {
 
 // ---- File system ----
 
@@ -202,5 +202,5 @@ TEST(ValidateDiskSettings, ExtraMaskIsRecomputed) {
   EXPECT_EQ(validate(s).s.fsExtraMask, fsextra::Permissions | fsextra::Folders | fsextra::Serial);
 }
 
-}  // namespace
+}  // namespace settings_validation_format_test
 }  // namespace vmd::test

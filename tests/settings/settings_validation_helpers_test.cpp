@@ -9,7 +9,7 @@
 #include "settings/settings_validation_support.h"
 
 namespace vmd::test {
-namespace {
+namespace settings_validation_helpers_test {
 
 // ---- Helpers ----
 
@@ -124,5 +124,5 @@ TEST(MemoryFits, InvisibleMemoryCountsOnlyWhenRunningAndEnabled) {
   EXPECT_FALSE(fits(m, 100000, true));
 }
 
-}  // namespace
+}  // namespace settings_validation_helpers_test
 }  // namespace vmd::test

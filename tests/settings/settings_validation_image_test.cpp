@@ -9,7 +9,7 @@
 #include "settings/settings_validation_support.h"
 
 namespace vmd::test {
-namespace {
+namespace settings_validation_image_test {
 
 // ---- Image file ----
 
@@ -326,5 +326,5 @@ TEST(CheckImageFile, LoadOnlyDoesNotCareForSpaceOrFatLimit) {
   EXPECT_TRUE(CheckImageFile(sim.app, L"D:\\new.img", 8ull << 30, 1, false));
 }
 
-}  // namespace
+}  // namespace settings_validation_image_test
 }  // namespace vmd::test

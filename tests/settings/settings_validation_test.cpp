@@ -8,7 +8,7 @@
 #include "settings/settings_validation_support.h"
 
 namespace vmd::test {
-namespace {
+namespace settings_validation_test {
 
 // ---- Disk size ----
 
@@ -313,5 +313,5 @@ TEST(ValidateDiskSettings, QuotaIsBroughtIntoRange) {
   EXPECT_EQ(validate(s).s.imQuotaMb, 100u);
 }
 
-}  // namespace
+}  // namespace settings_validation_test
 }  // namespace vmd::test

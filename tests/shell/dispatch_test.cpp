@@ -7,7 +7,7 @@
 #include "base/text_codec.h"
 
 namespace vmd {
-namespace {
+namespace dispatch_test {
 
 TEST(Dispatch, ProgramNameIsTheTextAfterTheLastBackslash) {
   EXPECT_STREQ(programNameOf(L"C:\\tools\\vmdctl.exe"), L"vmdctl.exe");
@@ -45,5 +45,5 @@ TEST(Dispatch, SevenCommandsNameADiskAndAllButHelpNeedTheController) {
   EXPECT_EQ(findCommand(L"-del"), nullptr);
 }
 
-}  // namespace
+}  // namespace dispatch_test
 }  // namespace vmd

@@ -5,7 +5,7 @@
 #include "support/sim_app.h"
 
 namespace vmd {
-namespace {
+namespace run_program_test {
 
 using test::SimApp;
 
@@ -75,5 +75,5 @@ TEST(RunProgram, DiskCommandSaysWhatIsWrongWithItsIndex) {
   }
 }
 
-}  // namespace
+}  // namespace run_program_test
 }  // namespace vmd

@@ -10,7 +10,7 @@
 #include "sim/model_rig.h"
 
 namespace vmd::sim {
-namespace {
+namespace controller_disks_test {
 
 using test::Model;
 
@@ -161,5 +161,5 @@ TEST(SimControllerDisks, DosNameRefusesAnUnterminatedOrOddInput) {
   EXPECT_EQ(m.send(ioctl::QueryDosNameTarget, dosName(u"\\??\\S:"), 8).error, 122u);
 }
 
-}  // namespace
+}  // namespace controller_disks_test
 }  // namespace vmd::sim

@@ -8,7 +8,7 @@
 #include "sim/sim_rig.h"
 
 namespace vmd::sim {
-namespace {
+namespace controller_files_test {
 
 using test::Rig;
 using Bytes = std::vector<std::uint8_t>;
@@ -181,5 +181,5 @@ TEST(SimSaveDiskImage, MalformedRequestsAndMissingDisks) {
   EXPECT_EQ(rig.controller(ioctl::SaveDiskImage, wrapped(4, saveRecord(u"D:\\b.img", 0, 0, 1)), 0).error, 2u);
 }
 
-}  // namespace
+}  // namespace controller_files_test
 }  // namespace vmd::sim

@@ -9,7 +9,7 @@
 #include "sim/model_rig.h"
 
 namespace vmd::sim {
-namespace {
+namespace controller_im_test {
 
 // A controller whose Invisible Memory manager is `im`.
 struct Model : test::Model {
@@ -124,5 +124,5 @@ TEST(SimControllerIm, UnsupportedManagerFailsEveryCode) {
   EXPECT_EQ(m.send(ioctl::SetImOptions, options(24, 0, 0, 0, 0), 0).error, 1u);
 }
 
-}  // namespace
+}  // namespace controller_im_test
 }  // namespace vmd::sim

@@ -7,7 +7,7 @@
 #include "sim/record_layout.h"
 
 namespace vmd::sim {
-namespace {
+namespace controller_status_test {
 
 std::vector<std::uint8_t> head(std::uint8_t target) { return {12, 0, 0, 0, 12, 0, 0, 0, 0, 0, target, 0}; }
 
@@ -71,5 +71,5 @@ TEST(SimDiskStatus, DescriptionsNoRecordCanHoldAreAnsweredWith31) {
   EXPECT_EQ(s.send(ioctl::QueryDiskStatus, head(1), 4096).error, 31u);
 }
 
-}  // namespace
+}  // namespace controller_status_test
 }  // namespace vmd::sim

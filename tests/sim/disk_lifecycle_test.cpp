@@ -5,7 +5,7 @@
 #include "sim/sim_rig.h"
 
 namespace vmd::sim {
-namespace {
+namespace disk_lifecycle_test {
 
 using test::Rig;
 
@@ -201,11 +201,11 @@ TEST(SimDiskLifecycle, RestartCompletesARemovalThatNeverFinished) {
   EXPECT_TRUE(rig.machine.world.controller.disks.empty());
 }
 
-}  // namespace
+}  // namespace disk_lifecycle_test
 }  // namespace vmd::sim
 
 namespace vmd::sim {
-namespace {
+namespace disk_lifecycle_test {
 
 using test::Rig;
 
@@ -227,5 +227,5 @@ TEST(SimDiskSettingsChange, SettingsOfADiskThatDoesNotExistFailWith2) {
   EXPECT_EQ(rig.controller(ioctl::ChangeDiskSettings, buildRecord({{"index", 9}}), 0).error, 2u);
 }
 
-}  // namespace
+}  // namespace disk_lifecycle_test
 }  // namespace vmd::sim

@@ -8,7 +8,7 @@
 #include "sim_rig.h"
 
 namespace vmd::sim {
-namespace {
+namespace fault_layer_test {
 
 using test::Rig;
 
@@ -263,5 +263,5 @@ TEST(FaultLayer, RuleOnACallNotInTheTableIsRefused) {
             "faults[0].api: \"ReadFileEx\" is not a call a rule can fail (docs/simulator.md)");
 }
 
-}  // namespace
+}  // namespace fault_layer_test
 }  // namespace vmd::sim

@@ -5,7 +5,7 @@
 #include "sim/sim_services.h"
 
 namespace vmd::sim {
-namespace {
+namespace record_layout_test {
 
 std::uint16_t u16(const RecordBytes& r, std::size_t at) {
   return static_cast<std::uint16_t>(r[at] | (r[at + 1] << 8));
@@ -154,5 +154,5 @@ TEST(SimRecordCheck, SectionsMayNotOverlap) {
   EXPECT_EQ(checkRecord(r), "image section overlaps the format section");
 }
 
-}  // namespace
+}  // namespace record_layout_test
 }  // namespace vmd::sim

@@ -8,7 +8,7 @@
 #include "sim/machine.h"
 
 namespace vmd::sim {
-namespace {
+namespace state_file_test {
 
 std::string readAll(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -193,5 +193,5 @@ TEST(SimStateFile, LettersThatAreNoLettersKeepTheirCodeUnit) {
   EXPECT_EQ(Machine(once).toJson(), once);
 }
 
-}  // namespace
+}  // namespace state_file_test
 }  // namespace vmd::sim

@@ -13,7 +13,7 @@
 #include "sim_rig.h"
 
 namespace vmd::sim {
-namespace {
+namespace trace_test {
 
 using test::Rig;
 
@@ -271,5 +271,5 @@ TEST(TracedKeys, AKeyAndTheEndOfInputAreShownWhereTheyAreRead) {
             "#2 t=0 ReadKey \"\" -> failed end-of-input\n");
 }
 
-}  // namespace
+}  // namespace trace_test
 }  // namespace vmd::sim

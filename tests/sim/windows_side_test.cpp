@@ -5,7 +5,7 @@
 #include "sim/sim_rig.h"
 
 namespace vmd::sim {
-namespace {
+namespace windows_side_test {
 
 using test::Rig;
 
@@ -116,5 +116,5 @@ TEST(SimWindowsSide, RequestsAreCountedByName) {
   EXPECT_EQ(rig.machine.stats["requestSizes"]["QueryDiskBitmap"], "in=0 out=16");
 }
 
-}  // namespace
+}  // namespace windows_side_test
 }  // namespace vmd::sim

@@ -19,7 +19,7 @@
 #include "support/fakes.h"
 
 namespace vmd::snapshot {
-namespace {
+namespace capture_test {
 
 using sim::json;
 
@@ -361,5 +361,5 @@ TEST(Vmdsnap, AnIncompleteCaptureExitsThreeNamingEachGap) {
   EXPECT_EQ(json::parse(toUtf8(r.out))["controller"]["disks"].size(), 5u);
 }
 
-}  // namespace
+}  // namespace capture_test
 }  // namespace vmd::snapshot

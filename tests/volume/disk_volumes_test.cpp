@@ -7,7 +7,7 @@
 #include "support/inventory_rig.h"
 
 namespace vmd {
-namespace {
+namespace disk_volumes_test {
 
 using sim::json;
 using test::Rig;
@@ -194,5 +194,5 @@ TEST(DiskVolumePaths, VolumeMapIsBuiltAfreshForEachCall) {
   EXPECT_EQ(rig.stat("api", "SetupDiGetClassDevsW"), 3);
 }
 
-}  // namespace
+}  // namespace disk_volumes_test
 }  // namespace vmd

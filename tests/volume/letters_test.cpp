@@ -10,7 +10,7 @@
 #include "volume/volume_world.h"
 
 namespace vmd {
-namespace {
+namespace letters_test {
 
 using sim::json;
 using test::SimApp;
@@ -137,5 +137,5 @@ TEST(RewriteMountedDevice, OnlyLettersAToZ) {
   EXPECT_TRUE(valueNames(w.sim).empty());
 }
 
-}  // namespace
+}  // namespace letters_test
 }  // namespace vmd

@@ -12,7 +12,7 @@
 #include "volume/volume_world.h"
 
 namespace vmd {
-namespace {
+namespace mount_test {
 
 using sim::json;
 using test::SimApp;
@@ -224,5 +224,5 @@ TEST(FindNewDiskLetter, ALetterOfAnotherDiskIsLookedAtOnceAndNotAgain) {
   EXPECT_EQ(letter, 0);
 }
 
-}  // namespace
+}  // namespace mount_test
 }  // namespace vmd

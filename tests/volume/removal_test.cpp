@@ -10,7 +10,7 @@
 #include "volume/volume_world.h"
 
 namespace vmd {
-namespace {
+namespace removal_test {
 
 using sim::json;
 using test::SimApp;
@@ -245,5 +245,5 @@ TEST(RebuildDisk, ARemovalThatDoesNotFinishCreatesNothing) {
   EXPECT_EQ(w.sim.machine.stats["requests"].value("CreateDisk", 0), 0);
 }
 
-}  // namespace
+}  // namespace removal_test
 }  // namespace vmd
