@@ -18,11 +18,11 @@ endif()
 # Every test file includes the test framework and most the machine's JSON:
 # parsed once for the binary, not once a file.
 target_precompile_headers(vmdctl_unit_tests PRIVATE <gtest/gtest.h> <gmock/gmock.h> <nlohmann/json.hpp>)
-# In a unity build (CMAKE_UNITY_BUILD, which the test command's Windows and
-# sanitized builds use) the test files are compiled 13 to a batch: the
-# templates they share are compiled once a batch. So each file keeps its
-# helpers in a namespace named after the file.
-set_target_properties(vmdctl_unit_tests PROPERTIES UNITY_BUILD_BATCH_SIZE 13)
+# The test files are compiled 13 to a batch (a unity build) in every build:
+# the framework's templates they all use are then compiled once a batch, not
+# once a file, which halves the time. So each file keeps its helpers in a
+# namespace named after the file.
+set_target_properties(vmdctl_unit_tests PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 13)
 
 # The fault tier: every command line of tests/fault run again with each call
 # failed, in process on the simulated machine. VMDCTL_FAULT_LONG=1 runs
@@ -32,6 +32,7 @@ list(FILTER FAULT_TIER_SOURCES EXCLUDE REGEX "_test\\.cpp$")
 add_executable(vmdctl_fault_tier ${FAULT_TIER_SOURCES})
 target_include_directories(vmdctl_fault_tier PRIVATE ${CMAKE_SOURCE_DIR}/tests)
 target_link_libraries(vmdctl_fault_tier PRIVATE vmdctl_simlib vmdctl_host vmdctl_core)
+set_target_properties(vmdctl_fault_tier PROPERTIES UNITY_BUILD ON)
 add_test(NAME fault COMMAND vmdctl_fault_tier)
 set_tests_properties(fault PROPERTIES TIMEOUT 600)
 

@@ -100,7 +100,7 @@ if(EXISTS ${VMD_GTEST_SOURCE}/CMakeLists.txt)
                                                        VMDCTL_BINARY_DIR="${CMAKE_BINARY_DIR}")
   target_link_libraries(vmdctl_unit_tests PRIVATE vmdctl_simlib vmdctl_win32 vmdctl_core gtest gtest_main gmock)
   target_precompile_headers(vmdctl_unit_tests PRIVATE <gtest/gtest.h> <gmock/gmock.h> <nlohmann/json.hpp>)
-  set_target_properties(vmdctl_unit_tests PROPERTIES UNITY_BUILD_BATCH_SIZE 13)  # as in tests.cmake
+  set_target_properties(vmdctl_unit_tests PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 13)  # as in tests.cmake
   # The tests' own files need no more than -O1: they are compiled far more often than they run long.
   target_compile_options(vmdctl_unit_tests PRIVATE -O1)
 endif()

@@ -40,9 +40,11 @@ werror=-DVMDCTL_WERROR=ON
 
 # The Windows and the sanitized builds are unity builds: their files are
 # compiled in batches, so the headers and templates the files share are
-# compiled once a batch, not once a file (each takes about half the time).
-# The Linux test build compiles every file on its own, as one's own build
-# does, which also shows that each file includes what it uses.
+# compiled once a batch, not once a file (each build takes about half the
+# time). The tests' own files are compiled so in every build
+# (cmake/tests.cmake). The Linux test build compiles the program's and the
+# simulator's files one by one, as tools/try.sh does, which shows that each
+# includes what it uses.
 unity=-DCMAKE_UNITY_BUILD=ON
 
 # The release is built at -O2: as fast for a command-line tool, and it
