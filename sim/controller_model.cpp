@@ -50,6 +50,13 @@ char16_t dosNameLetter(const std::uint8_t* in, std::uint32_t inSize) {
   return letter;
 }
 
+// A disk that starts from a record runs with its size, Direct-IO and image.
+void runFrom(SimDisk& d, const RecordView& r) {
+  d.size = r.diskSize();
+  d.directIo = r.directIo();
+  d.image = static_cast<bool>(r.image());
+}
+
 std::uint32_t memoryMbOf(std::uint64_t bytes) { return static_cast<std::uint32_t>((bytes + 0xFFFFF) >> 20); }
 
 // The address inside a request: port, path id and logical unit 0, a target below 128.
@@ -293,9 +300,7 @@ ControllerModel::Reply ControllerModel::createDisk(const Request& q) {
   d.index = static_cast<std::uint8_t>(index);
   record[24] = d.index;
   reseal(record);
-  d.size = view.diskSize();
-  d.directIo = view.directIo();
-  d.image = static_cast<bool>(view.image());
+  runFrom(d, view);
   d.signature = view.signature();
   if (!d.directIo) d.systemDiskNumber = newDiskNumber(d.index);
   d.settings = std::move(record);
@@ -470,10 +475,7 @@ void ControllerModel::restart() {
     if (d.pendingSettings) {
       d.settings = std::move(d.pendingSettings);
       d.pendingSettings.reset();
-      const RecordView r(*d.settings);
-      d.size = r.diskSize();
-      d.directIo = r.directIo();
-      d.image = static_cast<bool>(r.image());
+      runFrom(d, RecordView(*d.settings));
     }
     if (d.status && !d.statusBroken) d.status.reset();  // a fresh start reports its settings
     ++i;

@@ -42,9 +42,15 @@ enum class DiskPhase { Arriving, Present, Leaving };
 
 struct SimDisk {
   std::uint8_t index = 0;
+  bool good = true;
+  // What the disk runs with, as the controller answers the disk-info query.
+  // A disk takes them from the record it starts from (at its creation, at a
+  // restart with new settings), but they are kept apart from its records: a
+  // state file states them on their own (an image its record does not name,
+  // a disk whose record no longer reads), and applying image settings now
+  // changes `image` while the records stay as they are.
   std::uint64_t size = 0;  // bytes
   bool image = false;
-  bool good = true;
   bool directIo = false;
   char16_t letter = 0;  // the letter the controller assigned (Direct-IO)
   std::optional<std::uint32_t> systemDiskNumber;  // SCSI; default 1 + index
