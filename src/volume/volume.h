@@ -1,7 +1,7 @@
 // Volume management: which volumes and letters a disk has, creating a disk
-// and waiting for its volume and letter, moving drive letters, announcing letter changes, the mounted-devices
-// database, dismounting a volume before its disk goes, and removing a disk
-// and waiting until it is gone. The controller creates and removes disks
+// and waiting for its volume and letter, moving drive letters, announcing
+// letter changes, the mounted-devices database, dismounting a volume before
+// its disk goes, and removing a disk and waiting until it is gone. The controller creates and removes disks
 // asynchronously; these procedures poll, and their timings and retry counts
 // are part of their contract. Nothing here prints except through the
 // force-dismount question the caller hands in.
