@@ -2,7 +2,9 @@
 
 #include <string>
 
+#include "base/text_codec.h"
 #include "controller/codes.h"
+#include "sim/hex_text.h"
 
 namespace vmd::sim {
 
@@ -45,9 +47,8 @@ constexpr NamedCode kCodeNames[] = {
 }  // namespace
 
 std::string hex32(std::uint32_t v) {
-  static const char* digits = "0123456789abcdef";
-  std::string s = "0x";
-  for (int i = 7; i >= 0; --i) s += digits[(v >> (4 * i)) & 0xF];
+  std::string s;
+  appendHex32(s, v);
   return s;
 }
 
@@ -70,8 +71,7 @@ std::optional<std::uint32_t> codeFromName(const std::string& name) {
 }
 
 std::string lowerAscii(std::string s) {
-  for (char& c : s)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  for (char& c : s) c = asciiLower(c);
   return s;
 }
 

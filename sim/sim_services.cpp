@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "sim/controller_model.h"
+#include "sim/hex_text.h"
 
 #include "base/text_codec.h"
 
@@ -87,12 +88,8 @@ class SimKey : public Registry::Key {
 }  // namespace
 
 std::string toHex(const Bytes& b) {
-  static const char* d = "0123456789abcdef";
   std::string s;
-  for (std::uint8_t x : b) {
-    s += d[x >> 4];
-    s += d[x & 15];
-  }
+  appendHexBytes(s, b.data(), b.size());
   return s;
 }
 

@@ -4,40 +4,19 @@
 #include <cstring>
 #include <utility>
 
+#include "sim/hex_text.h"
+
 namespace vmd::sim {
 
 namespace {
 
-constexpr char kDigits[] = "0123456789abcdef";
 constexpr char kUpperDigits[] = "0123456789ABCDEF";
 constexpr std::size_t kSpillBytes = 1 << 16;
 
-// Each byte's two hex digits, so that a payload is written a byte a step.
-struct HexPairs {
-  char pair[256][2] = {};
-  constexpr HexPairs() {
-    for (int b = 0; b < 256; ++b) {
-      pair[b][0] = kDigits[b >> 4];
-      pair[b][1] = kDigits[b & 15];
-    }
-  }
-};
-constexpr HexPairs kHexPairs;
-
-void appendDecimal(std::string& s, std::uint64_t v) {
+template <typename Integer>  // 64 bits at most, signed or not
+void appendDecimal(std::string& s, Integer v) {
   char text[24];
   s.append(text, std::to_chars(text, text + sizeof text, v).ptr);
-}
-
-void appendSignedDecimal(std::string& s, std::int64_t v) {
-  char text[24];
-  s.append(text, std::to_chars(text, text + sizeof text, v).ptr);
-}
-
-void appendHex32(std::string& s, std::uint32_t v) {
-  char text[10] = {'0', 'x'};
-  for (int i = 0; i < 8; ++i) text[2 + i] = kDigits[(v >> (4 * (7 - i))) & 0xF];
-  s.append(text, sizeof text);
 }
 
 // The bytes a quoted text writes as %XX.
@@ -108,7 +87,7 @@ TraceLine& TraceLine::number(std::string_view key, std::uint64_t value) {
 
 TraceLine& TraceLine::signedNumber(std::string_view key, std::int64_t value) {
   field(key, {});
-  appendSignedDecimal(body_, value);
+  appendDecimal(body_, value);
   return *this;
 }
 
@@ -122,14 +101,7 @@ TraceLine& TraceLine::bytes(std::string_view key, const void* data, std::size_t 
   body_ += ' ';
   body_ += key;
   body_ += '=';
-  const std::size_t at = body_.size();
-  body_.resize(at + 2 * size);
-  const auto* p = static_cast<const std::uint8_t*>(data);
-  char* to = body_.data() + at;
-  for (std::size_t i = 0; i < size; ++i, to += 2) {
-    to[0] = kHexPairs.pair[p[i]][0];
-    to[1] = kHexPairs.pair[p[i]][1];
-  }
+  appendHexBytes(body_, static_cast<const std::uint8_t*>(data), size);
   return *this;
 }
 
