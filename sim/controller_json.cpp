@@ -14,14 +14,6 @@ namespace vmd::sim {
 
 namespace {
 
-// A letter as text; any other code unit as its number, so that it reads back the same.
-json letterJson(std::uint32_t codeUnit) {
-  if (codeUnit == 0) return "";
-  if ((codeUnit >= 'A' && codeUnit <= 'Z') || (codeUnit >= 'a' && codeUnit <= 'z'))
-    return std::string(1, static_cast<char>(codeUnit));
-  return codeUnit;
-}
-
 json delayJson(std::int64_t ms) { return ms < 0 ? json("never") : json(ms); }
 
 // Whether a disk's record description, as it would be written back with the

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/drive_letter.h"
 #include "base/text_codec.h"
 #include "sim/sim_services.h"
 
@@ -119,6 +120,12 @@ char16_t Fields::letter(const char* key, char16_t otherwise) {
     return static_cast<char16_t>(c);
   }
   return static_cast<char16_t>(numberAt(v, place(key)));
+}
+
+json letterJson(std::uint64_t codeUnit) {
+  if (codeUnit == 0) return "";
+  if (isAsciiLetter(codeUnit)) return std::string(1, static_cast<char>(codeUnit));
+  return codeUnit;
 }
 
 void Fields::done() const {

@@ -41,6 +41,9 @@ class Fields {
 };
 
 std::uint64_t numberAt(const json& v, const std::string& place);
+// A letter as text, 0 as "", any other code unit as its number: the forms
+// Fields::letter reads.
+json letterJson(std::uint64_t codeUnit);
 std::string textAt(const json& v, const std::string& place);
 ByteString hexAt(const json& v, const std::string& place);
 

@@ -331,10 +331,7 @@ json decodeRecord(const RecordBytes& r) {
   s["sizeMb"] = size >> 20;
   if (size & 0xFFFFF) s["sizeBytes"] = size;
   s["diskFlags"] = hex32(static_cast<std::uint32_t>(rd(r, 12, 4)));
-  // A letter as text, any other byte as its number.
-  const std::uint64_t letter = rd(r, 26, 1);
-  const bool isLetter = (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
-  s["driveLetter"] = letter == 0 ? json("") : isLetter ? json(std::string(1, static_cast<char>(letter))) : json(letter);
+  s["driveLetter"] = letterJson(rd(r, 26, 1));
   s["index"] = rd(r, 24, 1);
   s["marker"] = rd(r, 25, 1);
   s["signature"] = hex32(static_cast<std::uint32_t>(rd(r, 28, 4)));

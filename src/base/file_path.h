@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/drive_letter.h"
+
 namespace vmd {
 
 // "X:\..." of at least 3 and at most maxLength - 1 characters, not ending in
@@ -14,8 +16,7 @@ namespace vmd {
   const std::size_t n = path.size();
   if (n < 3 || n > std::size_t{maxLength} - 1) return false;
   const wchar_t drive = path[0];
-  if (!((drive >= L'A' && drive <= L'Z') || (drive >= L'a' && drive <= L'z')) || path[1] != L':' || path[2] != L'\\')
-    return false;
+  if (!isAsciiLetter(drive) || path[1] != L':' || path[2] != L'\\') return false;
   if (path[n - 1] == L'\\') return false;
   const std::wstring_view rest = std::wstring_view(path).substr(2);
   if (rest.find_first_of(L"/:*?\"<>|") != std::wstring_view::npos) return false;

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "base/drive_letter.h"
 #include "base/format.h"
 #include "base/text_codec.h"
 #include "console/option_scanner.h"
@@ -46,8 +47,6 @@ constexpr wchar_t kHelp[] =
 
 constexpr wchar_t kUsage[] = L"Usage: vddinfo <file>\nFor more information, type: vddinfo -?\n";
 
-bool isLetter(wchar_t c) { return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z'); }
-
 void add(std::vector<std::wstring>& line, const std::wstring& option) { line.push_back(option); }
 void add(std::vector<std::wstring>& line, const std::wstring& option, const std::wstring& value) {
   line.push_back(option);
@@ -82,7 +81,7 @@ void showHeader(Output& out, const std::wstring& path, const DescriptorCheck& c)
   const wchar_t letter = static_cast<wchar_t>(c.driveLetter);
   if (c.driveLetter == 0)
     out.out(L"Drive letter: -\n");
-  else if (isLetter(letter))
+  else if (isAsciiLetter(letter))
     out.out(L"Drive letter: %c\n", letter);
   else
     out.out(L"Drive letter: - (the header holds 0x%04X)\n", c.driveLetter);
@@ -209,8 +208,9 @@ int runDescriptorReader(int argc, wchar_t** argv, FileService& files, Output& ou
   PrintDiskSettings(out, settings, reportmode::Settings);
 
   wchar_t letter = static_cast<wchar_t>(c.driveLetter);
-  if (!isLetter(letter)) letter = static_cast<wchar_t>(settings.driveLetter);
-  out.out(L"\nCommand line to create this disk:\n%s\n", AddCommandLine(settings, isLetter(letter) ? asciiUpper(letter) : 0));
+  if (!isAsciiLetter(letter)) letter = static_cast<wchar_t>(settings.driveLetter);
+  out.out(L"\nCommand line to create this disk:\n%s\n",
+          AddCommandLine(settings, isAsciiLetter(letter) ? asciiUpper(letter) : 0));
   return readerexit::Valid;
 }
 

@@ -7,6 +7,7 @@
 #include "controller/controller.h"
 #include "settings/settings_record.h"
 #include "sim/fault_layer.h"
+#include "sim/fields.h"
 #include "sim/machine.h"
 #include "sim/record_layout.h"
 #include "sim/sim_services.h"
@@ -17,6 +18,7 @@ namespace {
 
 using json = nlohmann::ordered_json;
 using sim::hex32;
+using sim::letterJson;
 using sim::toHex;
 
 constexpr std::uint32_t kRegDword = 4;
@@ -24,13 +26,6 @@ constexpr std::uint32_t kAttrDirectory = 0x10;
 const char* const kDriveTypes[] = {"unknown", "norootdir", "removable", "fixed", "remote", "cdrom", "ramdisk"};
 
 std::string utf8(const std::wstring& w) { return toUtf8(w); }
-
-json letterText(std::uint32_t codeUnit) {
-  if (codeUnit == 0) return "";
-  if ((codeUnit >= 'A' && codeUnit <= 'Z') || (codeUnit >= 'a' && codeUnit <= 'z'))
-    return std::string(1, static_cast<char>(codeUnit));
-  return codeUnit;
-}
 
 json driveType(std::uint32_t t) { return t < std::size(kDriveTypes) ? json(kDriveTypes[t]) : json(t); }
 
@@ -73,7 +68,7 @@ json imJson(const CapturedController& c) {
   for (const Field& f : kFields) {
     if (f.at + 4 > r.size()) break;
     const std::uint32_t v = get32(r, f.at);
-    j[f.name] = f.letter ? letterText(v) : json(v);
+    j[f.name] = f.letter ? letterJson(v) : json(v);
   }
   // An answer shorter than its record says is that older manager's record.
   if (r.size() < kImRecordSize) j["recordSize"] = static_cast<std::uint32_t>(r.size());
@@ -154,7 +149,7 @@ json diskJson(const CapturedDisk& d, bool hasVolume) {
   if (!d.info.good) e["good"] = false;
   if (d.info.directIo) {
     e["directIo"] = true;
-    e["letter"] = letterText(d.info.letter);
+    e["letter"] = letterJson(d.info.letter);
   }
   if (d.systemDiskNumber) e["systemDiskNumber"] = *d.systemDiskNumber;
   if (d.settings && d.settings->size() >= DiskSettingsRecord::Header::Size)
